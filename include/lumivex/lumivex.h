@@ -1,0 +1,9 @@
+/* lumivex: sweep-panorama engine. Umbrella header for the whole C ABI. */
+#ifndef LUMIVEX_LUMIVEX_H_
+#define LUMIVEX_LUMIVEX_H_
+
+#include "lumivex/platform.h"
+#include "lumivex/image.h"
+#include "lumivex/engine.h"
+
+#endif /* LUMIVEX_LUMIVEX_H_ */

@@ -1,0 +1,25 @@
+// Introspection of the work-buffer memory manager, for tests and diagnostics.
+#ifndef LUMIVEX_SRC_PLATFORM_MEMORY_H_
+#define LUMIVEX_SRC_PLATFORM_MEMORY_H_
+
+#include <cstddef>
+
+#include "lumivex/platform.h"
+
+namespace lumivex::platform {
+
+struct MemStats {
+  std::size_t capacity = 0;      // bytes of all blocks, headers included
+  std::size_t free_bytes = 0;    // bytes of free blocks, headers included
+  std::size_t largest_free = 0;  // largest payload a single request can get
+  int free_blocks = 0;
+  int used_blocks = 0;
+};
+
+// Walks every block and checks the boundary tags and the free list against each
+// other. Returns false (and leaves `stats` partly filled) on any inconsistency.
+bool CheckHeap(MHandle mgr, MemStats* stats);
+
+}  // namespace lumivex::platform
+
+#endif  // LUMIVEX_SRC_PLATFORM_MEMORY_H_

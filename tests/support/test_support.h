@@ -1,0 +1,70 @@
+// Shared helpers for the tests: deterministic random data and images surrounded by
+// guard bytes, so any write outside the pixels is detected.
+#ifndef LUMIVEX_TESTS_SUPPORT_TEST_SUPPORT_H_
+#define LUMIVEX_TESTS_SUPPORT_TEST_SUPPORT_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lumivex/lumivex.h"
+
+namespace lumivex::test {
+
+// Small, fast and reproducible on every target (std:: distributions are not).
+class Rng {
+ public:
+  explicit Rng(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15ull + 1) {}
+  std::uint32_t Next() {
+    state_ ^= state_ << 13;
+    state_ ^= state_ >> 7;
+    state_ ^= state_ << 17;
+    return static_cast<std::uint32_t>(state_ >> 11);
+  }
+  // Uniform in [lo, hi].
+  int Range(int lo, int hi) {
+    return lo + static_cast<int>(Next() % static_cast<std::uint32_t>(hi - lo + 1));
+  }
+
+ private:
+  std::uint64_t state_;
+};
+
+// An image over a private buffer in which every byte that is not a pixel (the guard
+// zones between and around planes and the slack at the end of each row) holds a known
+// pattern. Pixels start random.
+class GuardedImage {
+ public:
+  GuardedImage(std::uint32_t format, int width, int height, int extra_pitch = 3,
+               std::uint64_t seed = 1);
+  ZMOSIMAGE* get() { return &image_; }
+  const ZMOSIMAGE* get() const { return &image_; }
+  // True while no byte outside the pixels has changed.
+  bool GuardsIntact() const;
+  int planes() const { return planes_; }
+  int row_bytes(int plane) const { return row_bytes_[plane]; }
+  int rows(int plane) const { return rows_[plane]; }
+  std::uint8_t& at(int plane, int x_byte, int y) {
+    return image_.pPlane[plane][y * image_.lPitch[plane] + x_byte];
+  }
+  std::uint8_t at(int plane, int x_byte, int y) const {
+    return image_.pPlane[plane][y * image_.lPitch[plane] + x_byte];
+  }
+
+ private:
+  std::vector<std::uint8_t> buffer_;
+  std::vector<bool> is_pixel_;
+  ZMOSIMAGE image_{};
+  int planes_ = 0;
+  int row_bytes_[3] = {0, 0, 0};
+  int rows_[3] = {0, 0, 0};
+};
+
+inline constexpr std::uint8_t kGuardByte = 0xA5;
+
+// Folder of the test photographs (LUMIVEX_DATA_DIR), or empty when unknown.
+std::string DataDir();
+
+}  // namespace lumivex::test
+
+#endif  // LUMIVEX_TESTS_SUPPORT_TEST_SUPPORT_H_
