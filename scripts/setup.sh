@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what lumivex needs to build and test, from Debian's packages.
+# Idempotent: quiet and quick when everything is already there.
+set -euo pipefail
+
+packages=(
+  cmake ninja-build g++ clang clang-format
+  googletest libgtest-dev libbenchmark-dev
+  libpng-dev libjpeg62-turbo-dev
+  g++-arm-linux-gnueabihf qemu-user
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$p")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+sudo=""
+[[ $(id -u) -eq 0 ]] || sudo="sudo"
+echo "setup: installing ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq >/dev/null
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
