@@ -16,7 +16,7 @@ enum {
   ZMOS_ERR_INVALID_PARAM = 2, /* null pointer, bad size, rectangle or state */
   ZMOS_ERR_UNSUPPORTED_FORMAT = 3,
   ZMOS_ERR_NO_MEMORY = 4,
-  ZMOS_ERR_NO_TEXTURE = 5,   /* too little texture to match; blending: bad argument */
+  ZMOS_ERR_NO_TEXTURE = 5,       /* too little texture to match; blending: bad argument */
   ZMOS_ERR_SWEEP_WRONG = 0x7001, /* backward motion, drift or wrong axis */
   ZMOS_ERR_TOO_FAST = 0x7003
 };
@@ -112,12 +112,10 @@ LUMIVEX_API int32_t ZMOSCopyImageROI_AOD(ZMOSIMAGE* pDst, const ZMOSRECT* pDstRe
 /* As above, but keeps chroma components in phase when a rectangle starts on an odd
  * column or row. */
 LUMIVEX_API int32_t ZMOSCopyImageROIOddRect_AOD(ZMOSIMAGE* pDst, const ZMOSRECT* pDstRect,
-                                                const ZMOSIMAGE* pSrc,
-                                                const ZMOSRECT* pSrcRect);
+                                                const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect);
 LUMIVEX_API int32_t ZMOSCopyImage_AOD(ZMOSIMAGE* pDst, const ZMOSIMAGE* pSrc);
 
-LUMIVEX_API int32_t ZMOSCloneImage_AOD(ZMOSIMAGE** ppImage, const ZMOSIMAGE* pSrc,
-                                       MHandle hMemMgr);
+LUMIVEX_API int32_t ZMOSCloneImage_AOD(ZMOSIMAGE** ppImage, const ZMOSIMAGE* pSrc, MHandle hMemMgr);
 LUMIVEX_API int32_t ZMOSCloneImageROI_AOD(ZMOSIMAGE** ppImage, const ZMOSIMAGE* pSrc,
                                           const ZMOSRECT* pRect, MHandle hMemMgr);
 

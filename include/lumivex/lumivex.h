@@ -2,8 +2,8 @@
 #ifndef LUMIVEX_LUMIVEX_H_
 #define LUMIVEX_LUMIVEX_H_
 
-#include "lumivex/platform.h"
-#include "lumivex/image.h"
 #include "lumivex/engine.h"
+#include "lumivex/image.h"
+#include "lumivex/platform.h"
 
 #endif /* LUMIVEX_LUMIVEX_H_ */

@@ -69,16 +69,15 @@ void CopyPlane0(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE& src, con
   const int bpp = info.bytes_per_pixel;
   const int copied = std::min(bpp, 3);
   ForEachRow(PlaneOf(dst, info, 0), PlaneOf(src, info, 0),
-             Span{bpp * d.left, d.top, bpp * s.left, s.top, copied * d.width, d.height},
-             CopyBytes);
+             Span{bpp * d.left, d.top, bpp * s.left, s.top, copied * d.width, d.height}, CopyBytes);
 }
 
-void CopyChromaPlain(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE& src,
-                     const Region& s, const FormatInfo& info) {
+void CopyChromaPlain(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE& src, const Region& s,
+                     const FormatInfo& info) {
   const bool hw = info.chroma_half_width;
   const bool hh = info.chroma_half_height;
-  const Span span{hw ? d.left / 2 : d.left, hh ? d.top / 2 : d.top,
-                  hw ? s.left / 2 : s.left, hh ? s.top / 2 : s.top,
+  const Span span{hw ? d.left / 2 : d.left,    hh ? d.top / 2 : d.top,
+                  hw ? s.left / 2 : s.left,    hh ? s.top / 2 : s.top,
                   hw ? d.width >> 1 : d.width, hh ? d.height >> 1 : d.height};
   for (int p = 1; p < info.planes; ++p)
     ForEachRow(PlaneOf(dst, info, p), PlaneOf(src, info, p), span, CopyBytes);

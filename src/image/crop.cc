@@ -1,6 +1,6 @@
 // Clones, in-place crops and image-list insertion.
-#include <cstdint>
 #include <climits>
+#include <cstdint>
 
 #include "lumivex/image.h"
 #include "src/image/image_internal.h"

@@ -25,8 +25,12 @@ struct FormatInfo {
   bool chroma_half_height;
 };
 
-constexpr std::uint32_t FamilyOf(std::uint32_t format) { return format >> 8; }
-constexpr std::uint32_t MemberOf(std::uint32_t format) { return format & 0xFF; }
+constexpr std::uint32_t FamilyOf(std::uint32_t format) {
+  return format >> 8;
+}
+constexpr std::uint32_t MemberOf(std::uint32_t format) {
+  return format & 0xFF;
+}
 
 // Geometry of `format`, or nothing for an unsupported code.
 constexpr std::optional<FormatInfo> LookupFormat(std::uint32_t format) {
@@ -76,7 +80,9 @@ constexpr std::int64_t RowBytesOf(const FormatInfo& info, int p, std::int32_t wi
   return info.chroma_half_width ? width / 2 : width;
 }
 
-constexpr std::int64_t Align16(std::int64_t v) { return (v + 15) & ~std::int64_t{15}; }
+constexpr std::int64_t Align16(std::int64_t v) {
+  return (v + 15) & ~std::int64_t{15};
+}
 
 }  // namespace lumivex::image
 

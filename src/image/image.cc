@@ -79,8 +79,8 @@ void ibFreeAlign(MHandle hMemMgr, void** ppBlock) {
   *ppBlock = nullptr;
 }
 
-int32_t ZMOSCreateImage_AOD(ZMOSIMAGE** ppImage, int32_t lWidth, int32_t lHeight,
-                            uint32_t dwFormat, MHandle hMemMgr) {
+int32_t ZMOSCreateImage_AOD(ZMOSIMAGE** ppImage, int32_t lWidth, int32_t lHeight, uint32_t dwFormat,
+                            MHandle hMemMgr) {
   if (ppImage == nullptr) return ZMOS_ERR_INVALID_PARAM;
   *ppImage = nullptr;
   auto* image = static_cast<ZMOSIMAGE*>(MMemAlloc(hMemMgr, sizeof(ZMOSIMAGE)));
@@ -111,8 +111,7 @@ int32_t ZMOSCreateImage_AOD(ZMOSIMAGE** ppImage, int32_t lWidth, int32_t lHeight
 
 int32_t ZMOSSetImage_AOD(ZMOSIMAGE* pImage, int32_t lWidth, int32_t lHeight, uint32_t dwFormat,
                          uint8_t* const* ppPlane, const int32_t* plPitch) {
-  if (pImage == nullptr || ppPlane == nullptr || plPitch == nullptr)
-    return ZMOS_ERR_INVALID_PARAM;
+  if (pImage == nullptr || ppPlane == nullptr || plPitch == nullptr) return ZMOS_ERR_INVALID_PARAM;
   pImage->lWidth = lWidth;
   pImage->lHeight = lHeight;
   pImage->dwFormat = dwFormat;

@@ -21,7 +21,9 @@ constexpr std::size_t kAlign = 16;
 constexpr std::size_t kUsed = 1;
 constexpr std::uint32_t kMagic = 0x4C4D454Du;
 
-constexpr std::size_t AlignUp(std::size_t v) { return (v + kAlign - 1) & ~(kAlign - 1); }
+constexpr std::size_t AlignUp(std::size_t v) {
+  return (v + kAlign - 1) & ~(kAlign - 1);
+}
 
 // Tag in front of every block. `prev_size` lets a block find its lower neighbour;
 // sizes include the tag and are multiples of 16, so bit 0 is free for the used flag.
@@ -47,11 +49,21 @@ struct alignas(kAlign) Arena {
   Tag* free_head;       // lowest-addressed free block
 };
 
-std::size_t SizeOf(const Tag* t) { return t->size_flags & ~kUsed; }
-bool IsUsed(const Tag* t) { return (t->size_flags & kUsed) != 0; }
-Tag* Next(Tag* t) { return reinterpret_cast<Tag*>(reinterpret_cast<std::uint8_t*>(t) + SizeOf(t)); }
-Tag* Prev(Tag* t) { return reinterpret_cast<Tag*>(reinterpret_cast<std::uint8_t*>(t) - t->prev_size); }
-FreeLinks* Links(Tag* t) { return reinterpret_cast<FreeLinks*>(t + 1); }
+std::size_t SizeOf(const Tag* t) {
+  return t->size_flags & ~kUsed;
+}
+bool IsUsed(const Tag* t) {
+  return (t->size_flags & kUsed) != 0;
+}
+Tag* Next(Tag* t) {
+  return reinterpret_cast<Tag*>(reinterpret_cast<std::uint8_t*>(t) + SizeOf(t));
+}
+Tag* Prev(Tag* t) {
+  return reinterpret_cast<Tag*>(reinterpret_cast<std::uint8_t*>(t) - t->prev_size);
+}
+FreeLinks* Links(Tag* t) {
+  return reinterpret_cast<FreeLinks*>(t + 1);
+}
 
 void SetSize(Tag* t, std::size_t size, bool used) {
   t->size_flags = size | (used ? kUsed : 0);

@@ -15,7 +15,9 @@ const std::uint32_t kAllFormats[] = {0x301, 0x302, 0x303, 0x304, 0x401, 0x404, 0
                                      0x503, 0x504, 0x505, 0x508, 0x601, 0x602, 0x603, 0x604,
                                      0x605, 0x608, 0x701, 0x801, 0x802, 0x803};
 
-ZMOSRECT Rect(int l, int t, int r, int b) { return ZMOSRECT{l, t, r, b}; }
+ZMOSRECT Rect(int l, int t, int r, int b) {
+  return ZMOSRECT{l, t, r, b};
+}
 
 // Expected sample of the plain copy, written per destination byte: which source byte
 // (if any) lands at (plane, x, y) of the destination.
@@ -58,8 +60,8 @@ TEST(RegionCopy, PlainCopyMatchesTheLayoutRulesForEveryFormat) {
       const int sl = rng.Range(0, sw - w), st = rng.Range(0, sh - h);
       const int dl = rng.Range(0, dw - w), dt = rng.Range(0, dh - h);
       const ZMOSRECT sr = Rect(sl, st, sl + w, st + h), dr = Rect(dl, dt, dl + w, dt + h);
-      SCOPED_TRACE(testing::Message() << std::hex << "format 0x" << f << std::dec << " trial "
-                                      << trial);
+      SCOPED_TRACE(testing::Message()
+                   << std::hex << "format 0x" << f << std::dec << " trial " << trial);
       ASSERT_EQ(ZMOSCopyImageROI_AOD(dst.get(), &dr, src.get(), &sr), 0);
       EXPECT_TRUE(dst.GuardsIntact());
       for (int p = 0; p < dst.planes(); ++p) {
@@ -136,9 +138,9 @@ TEST(RegionCopy, OddRectKeepsChromaComponentsInPhase) {
       const int sl = rng.Range(0, sw - w), st = rng.Range(0, sh - h);
       const int dl = rng.Range(0, sw + 5 - w), dt = rng.Range(0, sh + 3 - h);
       const ZMOSRECT sr = Rect(sl, st, sl + w, st + h), dr = Rect(dl, dt, dl + w, dt + h);
-      SCOPED_TRACE(testing::Message() << std::hex << "format 0x" << f << std::dec << " src "
-                                      << sl << "," << st << " dst " << dl << "," << dt << " "
-                                      << w << "x" << h);
+      SCOPED_TRACE(testing::Message()
+                   << std::hex << "format 0x" << f << std::dec << " src " << sl << "," << st
+                   << " dst " << dl << "," << dt << " " << w << "x" << h);
       ASSERT_EQ(ZMOSCopyImageROIOddRect_AOD(dst.get(), &dr, src.get(), &sr), 0);
       ASSERT_TRUE(dst.GuardsIntact());
       int changed = 0;
@@ -231,9 +233,13 @@ TEST(RegionCopy, InvalidArgumentsReturnTheirCodes) {
     ZMOSRECT dst, src;
   };
   const Bad bad[] = {
-      {Rect(-1, 0, 7, 4), ok},  {Rect(0, -2, 8, 2), ok},  {Rect(4, 0, 3, 4), ok},
-      {Rect(0, 4, 8, 3), ok},   {Rect(0, 0, 17, 4), Rect(0, 0, 17, 4)},
-      {Rect(0, 0, 8, 9), Rect(0, 0, 8, 9)},               {Rect(0, 0, 8, 4), Rect(0, 0, 8, 3)},
+      {Rect(-1, 0, 7, 4), ok},
+      {Rect(0, -2, 8, 2), ok},
+      {Rect(4, 0, 3, 4), ok},
+      {Rect(0, 4, 8, 3), ok},
+      {Rect(0, 0, 17, 4), Rect(0, 0, 17, 4)},
+      {Rect(0, 0, 8, 9), Rect(0, 0, 8, 9)},
+      {Rect(0, 0, 8, 4), Rect(0, 0, 8, 3)},
       {Rect(0, 0, 7, 4), ok},
   };
   for (auto copy : {ZMOSCopyImageROI_AOD, ZMOSCopyImageROIOddRect_AOD}) {

@@ -8,7 +8,9 @@
 
 namespace {
 
-constexpr int Align16(int v) { return (v + 15) & ~15; }
+constexpr int Align16(int v) {
+  return (v + 15) & ~15;
+}
 
 struct LayoutCase {
   std::uint32_t format;
@@ -139,8 +141,8 @@ TEST_F(ImageLayout, BadArgumentsAndExhaustion) {
   ZMOSIMAGE* img = reinterpret_cast<ZMOSIMAGE*>(&work_);  // must be overwritten
   EXPECT_EQ(ZMOSCreateImage_AOD(&img, 8, 8, 0x305, mgr_), ZMOS_ERR_UNSUPPORTED_FORMAT);
   EXPECT_EQ(img, nullptr);
-  for (std::uint32_t bad : {0x0u, 0x300u, 0x405u, 0x509u, 0x600u, 0x609u, 0x702u, 0x804u,
-                            0x901u, 0x15000454u}) {
+  for (std::uint32_t bad :
+       {0x0u, 0x300u, 0x405u, 0x509u, 0x600u, 0x609u, 0x702u, 0x804u, 0x901u, 0x15000454u}) {
     EXPECT_EQ(ZMOSCreateImage_AOD(&img, 8, 8, bad, mgr_), ZMOS_ERR_UNSUPPORTED_FORMAT) << bad;
   }
   EXPECT_EQ(ZMOSCreateImage_AOD(nullptr, 8, 8, ZMOS_FORMAT_NV21, mgr_), ZMOS_ERR_INVALID_PARAM);
