@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "lumivex/image.h"
-#include "src/platform/memory.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -13,18 +12,10 @@ using lumivex::test::GuardedImage;
 
 class ImageObjects : public testing::Test {
  protected:
-  void SetUp() override {
-    work_.resize(512 * 1024);
-    mgr_ = MMemMgrCreate(work_.data(), static_cast<std::int32_t>(work_.size()));
-    ASSERT_NE(mgr_, nullptr);
-  }
-  int UsedBlocks() {
-    lumivex::platform::MemStats s;
-    EXPECT_TRUE(lumivex::platform::CheckHeap(mgr_, &s));
-    return s.used_blocks;
-  }
-  std::vector<std::uint8_t> work_;
-  MHandle mgr_ = nullptr;
+  int UsedBlocks() const { return arena_.UsedBlocks(); }
+  std::size_t FreeBytes() const { return arena_.FreeBytes(); }
+  lumivex::test::WorkArena arena_{512 * 1024};
+  MHandle mgr_ = arena_.handle();
 };
 
 // The pixels of `rect` in `src` equal the whole of `img` (all planes, NV21 or I420).

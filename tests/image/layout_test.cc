@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "lumivex/image.h"
-#include "src/platform/memory.h"
+#include "tests/support/test_support.h"
 
 namespace {
 
@@ -40,23 +40,10 @@ std::vector<LayoutCase> Cases() {
 
 class ImageLayout : public testing::Test {
  protected:
-  void SetUp() override {
-    work_.resize(1 << 20);
-    mgr_ = MMemMgrCreate(work_.data(), static_cast<std::int32_t>(work_.size()));
-    ASSERT_NE(mgr_, nullptr);
-  }
-  int UsedBlocks() {
-    lumivex::platform::MemStats s;
-    EXPECT_TRUE(lumivex::platform::CheckHeap(mgr_, &s));
-    return s.used_blocks;
-  }
-  std::size_t FreeBytes() {
-    lumivex::platform::MemStats s;
-    EXPECT_TRUE(lumivex::platform::CheckHeap(mgr_, &s));
-    return s.free_bytes;
-  }
-  std::vector<std::uint8_t> work_;
-  MHandle mgr_ = nullptr;
+  int UsedBlocks() const { return arena_.UsedBlocks(); }
+  std::size_t FreeBytes() const { return arena_.FreeBytes(); }
+  lumivex::test::WorkArena arena_{1 << 20};
+  MHandle mgr_ = arena_.handle();
 };
 
 TEST_F(ImageLayout, EveryFormatFamilyGetsItsPitchesRowsAndPlanes) {
@@ -138,7 +125,8 @@ TEST_F(ImageLayout, AlignedBlocksKeepTheRawAddressBelow) {
 }
 
 TEST_F(ImageLayout, BadArgumentsAndExhaustion) {
-  ZMOSIMAGE* img = reinterpret_cast<ZMOSIMAGE*>(&work_);  // must be overwritten
+  ZMOSIMAGE dummy{};
+  ZMOSIMAGE* img = &dummy;  // must be overwritten
   EXPECT_EQ(ZMOSCreateImage_AOD(&img, 8, 8, 0x305, mgr_), ZMOS_ERR_UNSUPPORTED_FORMAT);
   EXPECT_EQ(img, nullptr);
   for (std::uint32_t bad :

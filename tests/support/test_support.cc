@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "src/image/format.h"
+#include "src/platform/memory.h"
 
 namespace lumivex::test {
 
@@ -45,6 +46,20 @@ bool GuardedImage::GuardsIntact() const {
   for (std::size_t i = 0; i < buffer_.size(); ++i)
     if (!is_pixel_[i] && buffer_[i] != kGuardByte) return false;
   return true;
+}
+
+WorkArena::WorkArena(std::size_t size) : buffer_(size) {
+  handle_ = MMemMgrCreate(buffer_.data(), static_cast<std::int32_t>(buffer_.size()));
+}
+
+int WorkArena::UsedBlocks() const {
+  platform::MemStats s;
+  return platform::CheckHeap(handle_, &s) ? s.used_blocks : -1;
+}
+
+std::size_t WorkArena::FreeBytes() const {
+  platform::MemStats s;
+  return platform::CheckHeap(handle_, &s) ? s.free_bytes : 0;
 }
 
 std::string DataDir() {

@@ -62,6 +62,19 @@ class GuardedImage {
 
 inline constexpr std::uint8_t kGuardByte = 0xA5;
 
+// A memory manager over a private work buffer, with the heap's accounting.
+class WorkArena {
+ public:
+  explicit WorkArena(std::size_t size);
+  MHandle handle() const { return handle_; }
+  int UsedBlocks() const;
+  std::size_t FreeBytes() const;
+
+ private:
+  std::vector<std::uint8_t> buffer_;
+  MHandle handle_ = nullptr;
+};
+
 // Folder of the test photographs (LUMIVEX_DATA_DIR), or empty when unknown.
 std::string DataDir();
 
