@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ clang clang-format
-  googletest libgtest-dev libbenchmark-dev
+  googletest libgtest-dev libbenchmark-dev libjpeg-turbo-progs
   libpng-dev libjpeg62-turbo-dev
   g++-arm-linux-gnueabihf qemu-user
 )

@@ -5,5 +5,6 @@
 #include "lumivex/engine.h"
 #include "lumivex/image.h"
 #include "lumivex/platform.h"
+#include "lumivex/track.h"
 
 #endif /* LUMIVEX_LUMIVEX_H_ */

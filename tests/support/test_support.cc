@@ -1,6 +1,11 @@
 #include "tests/support/test_support.h"
 
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <memory>
+
+#include <algorithm>
 
 #include "src/image/format.h"
 #include "src/platform/memory.h"
@@ -65,6 +70,84 @@ std::size_t WorkArena::FreeBytes() const {
 std::string DataDir() {
   const char* dir = std::getenv("LUMIVEX_DATA_DIR");
   return dir != nullptr ? dir : "";
+}
+
+namespace {
+
+bool ReadPgm(const char* path, Plane8* out) {
+  std::FILE* f = std::fopen(path, "rb");
+  if (f == nullptr) return false;
+  int maxval = 0;
+  const bool header = std::fscanf(f, "P5 %d %d %d", &out->width, &out->height, &maxval) == 3 &&
+                      maxval == 255 && std::fgetc(f) != EOF;
+  bool ok = false;
+  if (header && out->width > 0 && out->height > 0) {
+    out->pixels.resize(static_cast<std::size_t>(out->width) * out->height);
+    ok = std::fread(out->pixels.data(), 1, out->pixels.size(), f) == out->pixels.size();
+  }
+  std::fclose(f);
+  return ok;
+}
+
+}  // namespace
+
+const Plane8* Photo() {
+  static const std::unique_ptr<Plane8> photo = [] {
+    auto p = std::make_unique<Plane8>();
+    const char* path = std::getenv("LUMIVEX_PHOTO_PGM");
+    if (path == nullptr || !ReadPgm(path, p.get())) p.reset();
+    return p;
+  }();
+  return photo.get();
+}
+
+Plane8 SyntheticTexture(int width, int height, std::uint64_t seed) {
+  Plane8 out{width, height, {}};
+  std::vector<float> acc(static_cast<std::size_t>(width) * height, 0.0f);
+  Rng rng(seed);
+  for (int scale : {40, 16, 6}) {
+    const int blobs = width * height / (scale * scale) * 2 + 8;
+    for (int b = 0; b < blobs; ++b) {
+      const int cx = rng.Range(0, width - 1), cy = rng.Range(0, height - 1);
+      const float amp = static_cast<float>(rng.Range(-60, 60));
+      const int r = scale;
+      for (int y = std::max(0, cy - r); y < std::min(height, cy + r + 1); ++y) {
+        for (int x = std::max(0, cx - r); x < std::min(width, cx + r + 1); ++x) {
+          const float d2 = static_cast<float>((x - cx) * (x - cx) + (y - cy) * (y - cy));
+          const float fall = 1.0f - d2 / static_cast<float>(r * r);
+          if (fall > 0) acc[static_cast<std::size_t>(y) * width + x] += amp * fall * fall;
+        }
+      }
+    }
+  }
+  out.pixels.resize(acc.size());
+  for (std::size_t i = 0; i < acc.size(); ++i)
+    out.pixels[i] = static_cast<std::uint8_t>(std::clamp(128.0f + acc[i], 0.0f, 255.0f));
+  return out;
+}
+
+Frame::Frame(const Plane8& src, int x, int y, int width, int height, std::uint32_t format,
+             int pitch_pad) {
+  const int pitch = width + pitch_pad;
+  const std::size_t luma = static_cast<std::size_t>(pitch) * height;
+  const std::size_t chroma = format == ZMOS_FORMAT_GREY ? 0 : luma / 2 + pitch;
+  buffer_.assign(luma + chroma, 128);
+  for (int r = 0; r < height; ++r)
+    for (int c = 0; c < width; ++c)
+      buffer_[static_cast<std::size_t>(r) * pitch + c] = src.at(x + c, y + r);
+  image_.dwFormat = format;
+  image_.lWidth = width;
+  image_.lHeight = height;
+  image_.pPlane[0] = buffer_.data();
+  image_.lPitch[0] = pitch;
+  if (format == ZMOS_FORMAT_NV21) {
+    image_.pPlane[1] = buffer_.data() + luma;
+    image_.lPitch[1] = pitch;
+  } else if (format == ZMOS_FORMAT_I420) {
+    image_.pPlane[1] = buffer_.data() + luma;
+    image_.pPlane[2] = image_.pPlane[1] + luma / 4 + pitch;
+    image_.lPitch[1] = image_.lPitch[2] = pitch / 2;
+  }
 }
 
 }  // namespace lumivex::test

@@ -3,6 +3,7 @@
 #ifndef LUMIVEX_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define LUMIVEX_TESTS_SUPPORT_TEST_SUPPORT_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -77,6 +78,35 @@ class WorkArena {
 
 // Folder of the test photographs (LUMIVEX_DATA_DIR), or empty when unknown.
 std::string DataDir();
+
+// An 8-bit single-channel picture.
+struct Plane8 {
+  int width = 0;
+  int height = 0;
+  std::vector<std::uint8_t> pixels;
+  std::uint8_t at(int x, int y) const { return pixels[static_cast<std::size_t>(y) * width + x]; }
+};
+
+// The luma of the 5000 x 2500 test photograph (decoded at build time into the file
+// named by LUMIVEX_PHOTO_PGM), loaded once; null when it is not available.
+const Plane8* Photo();
+
+// Smooth random texture (sum of soft blobs at several scales), reproducible everywhere.
+Plane8 SyntheticTexture(int width, int height, std::uint64_t seed);
+
+// A frame cut out of a picture at (x, y): grey, NV21 (chroma 128) or I420 (chroma 128).
+// Rows are padded to `pitch_pad` extra bytes.
+class Frame {
+ public:
+  Frame(const Plane8& src, int x, int y, int width, int height,
+        std::uint32_t format = ZMOS_FORMAT_NV21, int pitch_pad = 0);
+  ZMOSIMAGE* get() { return &image_; }
+  const ZMOSIMAGE* get() const { return &image_; }
+
+ private:
+  std::vector<std::uint8_t> buffer_;
+  ZMOSIMAGE image_{};
+};
 
 }  // namespace lumivex::test
 

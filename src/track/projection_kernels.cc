@@ -1,0 +1,179 @@
+#include "src/track/projection_kernels.h"
+
+#include <cstring>
+
+namespace lumivex::track {
+namespace {
+
+std::uint32_t LoadWord(const std::uint8_t* p) {
+  std::uint32_t w;
+  std::memcpy(&w, p, sizeof(w));
+  return w;
+}
+
+// Byte k (0 = lowest address under `kOrder`) of a loaded word.
+template <ByteOrder kOrder>
+constexpr std::uint32_t ByteOf(std::uint32_t w, int k) {
+  const int shift = kOrder == ByteOrder::kLittle ? 8 * k : 24 - 8 * k;
+  return (w >> shift) & 0xFFu;
+}
+
+template <LumaBytes kLuma>
+constexpr int kBytesPerPixel = kLuma == LumaBytes::kAll ? 1 : 2;
+
+template <LumaBytes kLuma>
+constexpr int kLumaOffset = kLuma == LumaBytes::kOdd ? 1 : 0;
+
+// Adds the four pixels of group `g` of one line into out[0..4).
+template <LumaBytes kLuma, ByteOrder kOrder>
+inline void AddGroup(const std::uint8_t* line, std::uint32_t* out) {
+  if constexpr (kLuma == LumaBytes::kAll) {
+    const std::uint32_t w = LoadWord(line);
+    out[0] += ByteOf<kOrder>(w, 0);
+    out[1] += ByteOf<kOrder>(w, 1);
+    out[2] += ByteOf<kOrder>(w, 2);
+    out[3] += ByteOf<kOrder>(w, 3);
+  } else {
+    constexpr int b = kLumaOffset<kLuma>;
+    const std::uint32_t w0 = LoadWord(line);
+    const std::uint32_t w1 = LoadWord(line + 4);
+    out[0] += ByteOf<kOrder>(w0, b);
+    out[1] += ByteOf<kOrder>(w0, b + 2);
+    out[2] += ByteOf<kOrder>(w1, b);
+    out[3] += ByteOf<kOrder>(w1, b + 2);
+  }
+}
+
+}  // namespace
+
+ByteOrder NativeByteOrder() {
+  const std::uint32_t probe = 0x12345678u;
+  std::uint8_t first;
+  std::memcpy(&first, &probe, 1);
+  return first == 0x78 ? ByteOrder::kLittle : ByteOrder::kBig;
+}
+
+template <LumaBytes kLuma, ByteOrder kOrder>
+void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                std::ptrdiff_t step, std::uint32_t* out) {
+  constexpr int bpp = kBytesPerPixel<kLuma>;
+  constexpr int off = kLumaOffset<kLuma>;
+  const std::int32_t groups = width / 4;
+  std::int32_t y = 0;
+  for (; y + 4 <= rows; y += 4) {
+    const std::uint8_t* r0 = line + y * step;
+    const std::uint8_t* r1 = r0 + step;
+    const std::uint8_t* r2 = r1 + step;
+    const std::uint8_t* r3 = r2 + step;
+    for (std::int32_t g = 0; g < groups; ++g) {
+      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(g) * 4 * bpp;
+      std::uint32_t* o = out + 4 * g;
+      AddGroup<kLuma, kOrder>(r0 + at, o);
+      AddGroup<kLuma, kOrder>(r1 + at, o);
+      AddGroup<kLuma, kOrder>(r2 + at, o);
+      AddGroup<kLuma, kOrder>(r3 + at, o);
+    }
+    for (std::int32_t x = 4 * groups; x < width; ++x) {
+      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(x) * bpp + off;
+      out[x] += static_cast<std::uint32_t>(r0[at]) + r1[at] + r2[at] + r3[at];
+    }
+  }
+  for (; y < rows; ++y) {
+    const std::uint8_t* r = line + y * step;
+    for (std::int32_t g = 0; g < groups; ++g)
+      AddGroup<kLuma, kOrder>(r + static_cast<std::ptrdiff_t>(g) * 4 * bpp, out + 4 * g);
+    for (std::int32_t x = 4 * groups; x < width; ++x)
+      out[x] += r[static_cast<std::ptrdiff_t>(x) * bpp + off];
+  }
+}
+
+template void ColumnSums<LumaBytes::kAll, ByteOrder::kLittle>(std::int32_t, std::int32_t,
+                                                              const std::uint8_t*, std::ptrdiff_t,
+                                                              std::uint32_t*);
+template void ColumnSums<LumaBytes::kAll, ByteOrder::kBig>(std::int32_t, std::int32_t,
+                                                           const std::uint8_t*, std::ptrdiff_t,
+                                                           std::uint32_t*);
+template void ColumnSums<LumaBytes::kEven, ByteOrder::kLittle>(std::int32_t, std::int32_t,
+                                                               const std::uint8_t*, std::ptrdiff_t,
+                                                               std::uint32_t*);
+template void ColumnSums<LumaBytes::kEven, ByteOrder::kBig>(std::int32_t, std::int32_t,
+                                                            const std::uint8_t*, std::ptrdiff_t,
+                                                            std::uint32_t*);
+template void ColumnSums<LumaBytes::kOdd, ByteOrder::kLittle>(std::int32_t, std::int32_t,
+                                                              const std::uint8_t*, std::ptrdiff_t,
+                                                              std::uint32_t*);
+template void ColumnSums<LumaBytes::kOdd, ByteOrder::kBig>(std::int32_t, std::int32_t,
+                                                           const std::uint8_t*, std::ptrdiff_t,
+                                                           std::uint32_t*);
+
+ColumnSumsFn SelectColumnSums(LumaBytes luma) {
+  const bool little = NativeByteOrder() == ByteOrder::kLittle;
+  switch (luma) {
+    case LumaBytes::kAll:
+      return little ? ColumnSums<LumaBytes::kAll, ByteOrder::kLittle>
+                    : ColumnSums<LumaBytes::kAll, ByteOrder::kBig>;
+    case LumaBytes::kEven:
+      return little ? ColumnSums<LumaBytes::kEven, ByteOrder::kLittle>
+                    : ColumnSums<LumaBytes::kEven, ByteOrder::kBig>;
+    case LumaBytes::kOdd:
+      break;
+  }
+  return little ? ColumnSums<LumaBytes::kOdd, ByteOrder::kLittle>
+                : ColumnSums<LumaBytes::kOdd, ByteOrder::kBig>;
+}
+
+namespace {
+
+// Two bytes of the word in each 16-bit lane: bytes 0 and 2 in the low lane, 1 and 3 in
+// the high one.
+constexpr std::uint32_t LanePair(std::uint32_t w) {
+  return (w & 0x00FF00FFu) + ((w >> 8) & 0x00FF00FFu);
+}
+
+constexpr std::uint32_t Fold(std::uint32_t acc) {
+  return (acc & 0xFFFFu) + (acc >> 16);
+}
+
+// Accumulates `words` words of 4 bytes through `lanes`, folding the 16-byte groups on
+// their own when the part is 256 bytes or more.
+template <typename Lanes>
+std::uint32_t LaneSum(const std::uint8_t* p, std::int32_t words, Lanes lanes) {
+  const std::int32_t groups = words / 4;
+  std::uint32_t sum = 0;
+  std::uint32_t acc = 0;
+  for (std::int32_t g = 0; g < groups; ++g, p += 16)
+    acc += lanes(LoadWord(p)) + lanes(LoadWord(p + 4)) + lanes(LoadWord(p + 8)) +
+           lanes(LoadWord(p + 12));
+  if (words * 4 >= 256) {
+    sum += Fold(acc);
+    acc = 0;
+  }
+  for (std::int32_t w = 4 * groups; w < words; ++w, p += 4) acc += lanes(LoadWord(p));
+  return sum + Fold(acc);
+}
+
+}  // namespace
+
+std::uint32_t RowSumLanes(const std::uint8_t* p, std::int32_t n) {
+  std::uint32_t sum = 0;
+  const auto misalign = static_cast<std::int32_t>(reinterpret_cast<std::uintptr_t>(p) & 3);
+  std::int32_t lead = misalign != 0 ? 4 - misalign : 0;
+  if (lead > n) lead = n;
+  for (std::int32_t i = 0; i < lead; ++i) sum += p[i];
+  p += lead;
+  n -= lead;
+  sum += LaneSum(p, n / 4, LanePair);
+  for (std::int32_t i = n & ~3; i < n; ++i) sum += p[i];
+  return sum;
+}
+
+std::uint32_t RowSumLanesPacked(const std::uint8_t* p, std::int32_t n, LumaBytes luma) {
+  const int off = luma == LumaBytes::kOdd ? 1 : 0;
+  // Each word is a pixel pair; the mask keeps its two luma bytes in the lanes' low bytes.
+  const std::uint32_t sum =
+      off == 0 ? LaneSum(p, n / 2, [](std::uint32_t w) { return w & 0x00FF00FFu; })
+               : LaneSum(p, n / 2, [](std::uint32_t w) { return (w >> 8) & 0x00FF00FFu; });
+  return (n & 1) ? sum + p[2 * (n - 1) + off] : sum;
+}
+
+}  // namespace lumivex::track

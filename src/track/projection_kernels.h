@@ -1,0 +1,46 @@
+// Column-sum and row-sum kernels under the projections.
+#ifndef LUMIVEX_SRC_TRACK_PROJECTION_KERNELS_H_
+#define LUMIVEX_SRC_TRACK_PROJECTION_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+namespace lumivex::track {
+
+enum class ByteOrder { kLittle, kBig };
+
+// Which bytes of each 4-byte group carry luma.
+enum class LumaBytes {
+  kAll,   // one byte a pixel
+  kEven,  // two bytes a pixel, luma in bytes 0 and 2
+  kOdd,   // two bytes a pixel, luma in bytes 1 and 3
+};
+
+// The machine's byte order, tested at run time on a stored word.
+ByteOrder NativeByteOrder();
+
+// Adds the column sums of `rows` lines of `width` pixels into out[0..width). Groups of
+// four pixels are read as 32-bit words (two words for two-byte pixels) and split into
+// bytes assuming `order`; a kernel run on a machine of the other order therefore sums
+// the pixels of each group in reverse. Four rows are taken at a time.
+using ColumnSumsFn = void (*)(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                              std::ptrdiff_t step, std::uint32_t* out);
+
+template <LumaBytes kLuma, ByteOrder kOrder>
+void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                std::ptrdiff_t step, std::uint32_t* out);
+
+// The kernel for `luma` in the machine's byte order.
+ColumnSumsFn SelectColumnSums(LumaBytes luma);
+
+// Sum of n one-byte pixels with 16-bit lanes packed in a 32-bit accumulator. Exact
+// while neither lane passes 65535 (rows up to 514 pixels); beyond that the lanes wrap
+// in a pattern that depends on the row's address alignment, which is kept on purpose.
+std::uint32_t RowSumLanes(const std::uint8_t* p, std::int32_t n);
+
+// The same for two-byte pixels, summing only the luma bytes.
+std::uint32_t RowSumLanesPacked(const std::uint8_t* p, std::int32_t n, LumaBytes luma);
+
+}  // namespace lumivex::track
+
+#endif  // LUMIVEX_SRC_TRACK_PROJECTION_KERNELS_H_

@@ -1,0 +1,439 @@
+// Tracker runs (offset of a new frame against the previous one) and swaps (the new
+// frame becomes the previous one) for the plain, frame-to-frame and reference-frame
+// trackers. Every match passes the previous frame's projection first.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <utility>
+
+#include "src/track/tracker.h"
+
+namespace lumivex::track {
+namespace {
+
+bool FrameMatches(const ZMOSVideoTracker* t, const ZMOSIMAGE* image) {
+  return t != nullptr && image != nullptr && image->lWidth == t->lWidth &&
+         image->lHeight == t->lHeight;
+}
+
+std::int32_t ProjectH(const ZMOSIMAGE* image, const ZMOSRECT& rect, std::uint32_t* out) {
+  return ZMOSHoriProjectSingle_PBM(image, &rect, out);
+}
+
+std::int32_t ProjectV(const ZMOSIMAGE* image, const ZMOSRECT& rect, std::uint32_t* out) {
+  return ZMOSVertProjectSingle_PBM(image, &rect, out);
+}
+
+std::int32_t Direct(ZMOSVideoTracker* t, const std::uint32_t* prev, const std::uint32_t* cur,
+                    std::int32_t len, std::int32_t* offset, std::int32_t max_offset) {
+  return ZMOSMatch1DBufferAllocated_PBM(prev, cur, len, offset, max_offset,
+                                        reinterpret_cast<std::int32_t*>(t->pScratch[0]),
+                                        reinterpret_cast<std::int32_t*>(t->pScratch[1]));
+}
+
+std::int32_t Gradient(ZMOSVideoTracker* t, const std::uint32_t* prev, const std::uint32_t* cur,
+                      std::int32_t len, std::int32_t* offset, std::int32_t max_offset) {
+  return ZMOSComputeOffset_Gradient(prev, cur, len, offset, max_offset,
+                                    reinterpret_cast<std::int32_t*>(t->pScratch[0]),
+                                    reinterpret_cast<std::int32_t*>(t->pScratch[1]));
+}
+
+// Second pass of the horizontal estimate: +-8 around `off` over the quarter of the
+// rectangle centred at 3/8 of its width. Returns the correction (0 when it fails).
+std::int32_t Refine(ZMOSVideoTracker* t, const std::uint32_t* prev, const std::uint32_t* cur,
+                    std::int32_t w, std::int32_t off) {
+  const std::int32_t s = w / 2 - w / 8;
+  const std::int64_t start = std::int64_t{s} - off;
+  std::int32_t fine = 0;
+  // Only within the projection buffer (frame width entries).
+  if (start >= 0 && start + w / 4 <= t->lWidth) Direct(t, prev + s, cur + start, w / 4, &fine, 8);
+  return fine;
+}
+
+// First frame: project every rectangle into the previous buffers.
+std::int32_t StorePrevious(ZMOSVideoTracker* t, const ZMOSIMAGE* image) {
+  for (std::int32_t i = 0; i < t->lHoriCount; ++i)
+    if (const std::int32_t res = ProjectH(image, t->pHoriRects[i], t->ppPrevHori[i]); res != 0)
+      return res;
+  for (std::int32_t j = 0; j < t->lVertCount; ++j)
+    if (const std::int32_t res = ProjectV(image, t->pVertRects[j], t->ppPrevVert[j]); res != 0)
+      return res;
+  t->bFirstFrame = 0;
+  return ZMOS_OK;
+}
+
+void ExchangeHori(ZMOSVideoTracker* t, std::int32_t i) {
+  std::swap(t->ppCurHori[i], t->ppPrevHori[i]);
+}
+void ExchangeVert(ZMOSVideoTracker* t, std::int32_t j) {
+  std::swap(t->ppCurVert[j], t->ppPrevVert[j]);
+}
+
+// Adds `from` into `into` over n entries.
+void Accumulate(std::uint32_t* into, const std::uint32_t* from, std::int32_t n) {
+  for (std::int32_t k = 0; k < n; ++k) into[k] += from[k];
+}
+
+void Clear(std::uint32_t* p, std::int32_t n) {
+  std::fill(p, p + n, 0u);
+}
+
+// The FF tracker's horizontal measure range: the central half in mode 0.
+std::pair<std::int32_t, std::int32_t> HoriMeasureRange(const ZMOSVideoTracker* t) {
+  if (t->lMode == 0) return {t->lWidth / 4, (3 * t->lWidth) / 4};
+  return {0, t->lWidth};
+}
+
+// Projection of a rectangle moved by `shift` across its long side, built from the
+// unmoved projection `cur` and the projections of two strips: cur + entering - leaving.
+// `vertical` moves columns (row sums), otherwise rows (column sums). The result is
+// written to the tracker's third scratch array.
+std::int32_t MovedProjection(ZMOSVideoTracker* t, const ZMOSIMAGE* image, const ZMOSRECT& rect,
+                             std::int32_t shift, bool vertical, const std::uint32_t* cur,
+                             const std::uint32_t** signal) {
+  *signal = cur;
+  if (shift >= -10 && shift <= 10) return ZMOS_OK;
+  std::uint32_t* third = t->pScratch[2];
+  std::uint32_t* fourth = t->pScratch[3];
+  const std::int32_t lo = vertical ? rect.lLeft : rect.lTop;
+  const std::int32_t hi = vertical ? rect.lRight : rect.lBottom;
+  const std::int32_t limit = vertical ? t->lWidth : t->lHeight;
+  auto strip = [&](std::int32_t a, std::int32_t b) {
+    return vertical ? ZMOSRECT{a, rect.lTop, b, rect.lBottom}
+                    : ZMOSRECT{rect.lLeft, a, rect.lRight, b};
+  };
+  auto project = vertical ? ProjectV : ProjectH;
+  std::int32_t res;
+  if (shift > 10) {
+    res = project(image, strip(std::max(lo - shift, 0), lo), third);
+    if (res == 0) res = project(image, strip(std::max(hi - shift, 0), hi), fourth);
+  } else {
+    res = project(image, strip(lo, std::min(lo - shift, limit)), fourth);
+    if (res == 0) res = project(image, strip(hi, std::min(hi - shift, limit)), third);
+  }
+  if (res != 0) return res;
+  const std::int32_t n = vertical ? rect.lBottom - rect.lTop : rect.lRight - rect.lLeft;
+  for (std::int32_t k = 0; k < n; ++k) third[k] = cur[k] + third[k] - fourth[k];
+  *signal = third;
+  return ZMOS_OK;
+}
+
+// Band choice of the reference-frame swap: middle when textured, else the stronger of
+// the outer two (the first one on ties).
+std::int32_t BandChoice(const std::int32_t m[3]) {
+  return m[1] >= 31 ? 1 : m[2] > m[0] ? 2 : 0;
+}
+
+// The current choice is left alone while every band is nearly flat.
+bool KeepBand(const std::int32_t m[3]) {
+  return m[1] < 31 && m[1] != 30 && m[0] <= 29 && m[2] <= 29;
+}
+
+}  // namespace
+}  // namespace lumivex::track
+
+using namespace lumivex::track;
+
+extern "C" {
+
+int32_t ZMOSVideoTrackerRun_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, int32_t* plOffsets) {
+  if (!FrameMatches(t, pImage) || plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  plOffsets[0] = plOffsets[1] = 0;
+  if (t->bFirstFrame) return StorePrevious(t, pImage);
+
+  if (t->lMode == 0) {
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+      const ZMOSRECT& r = t->pHoriRects[i];
+      if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
+      const std::int32_t w = r.lRight - r.lLeft;
+      std::int32_t off = 0;
+      Direct(t, t->ppPrevHori[i], t->ppCurHori[i], w, &off, t->lMaxOffsetX);
+      t->plHoriResult[i] = off + Refine(t, t->ppPrevHori[i], t->ppCurHori[i], w, off);
+    }
+    const std::int32_t dx = t->plHoriResult[0];
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      const ZMOSRECT& r = t->pVertRects[j];
+      const ZMOSRECT moved{std::max(r.lLeft - dx, 0), r.lTop,
+                           r.lRight - dx < t->lWidth ? r.lRight - dx : t->lWidth, r.lBottom};
+      if (const std::int32_t res = ProjectV(pImage, moved, t->ppCurVert[j]); res != 0) return res;
+      std::int32_t off = 0;
+      Direct(t, t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, &off, t->lMaxOffsetY);
+      t->plVertResult[j] = off;
+    }
+  } else {
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      const ZMOSRECT& r = t->pVertRects[j];
+      if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
+      std::int32_t off = 0;
+      Direct(t, t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, &off, t->lMaxOffsetY);
+      t->plVertResult[j] = off;
+    }
+    const std::int32_t dy = t->plVertResult[0];
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+      const ZMOSRECT& r = t->pHoriRects[i];
+      const ZMOSRECT moved{r.lLeft, std::max(r.lTop - dy, 0), r.lRight,
+                           r.lBottom - dy < t->lHeight ? r.lBottom - dy : t->lHeight};
+      if (const std::int32_t res = ProjectH(pImage, moved, t->ppCurHori[i]); res != 0) return res;
+      std::int32_t off = 0;
+      Direct(t, t->ppPrevHori[i], t->ppCurHori[i], r.lRight - r.lLeft, &off, t->lMaxOffsetX);
+      t->plHoriResult[i] = off;
+    }
+  }
+  plOffsets[0] = t->plHoriResult[0];
+  plOffsets[1] = t->plVertResult[0];
+  return ZMOS_OK;
+}
+
+int32_t ZMOSVideoTrackerSwap_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
+  if (t == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (t->bFirstFrame) return ZMOS_OK;
+  const std::int32_t pairs = std::min(t->lHoriCount, t->lVertCount);
+  if (t->lMode == 0) {
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) ExchangeHori(t, i);
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      if (!t->bReprojectVert) {
+        ExchangeVert(t, j);
+      } else if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]);
+                 res != 0) {
+        return res;
+      }
+    }
+  } else {
+    for (std::int32_t j = 0; j < pairs; ++j) ExchangeVert(t, j);
+    for (std::int32_t i = 0; i < pairs; ++i) {
+      if (!t->bReprojectHori) {
+        ExchangeHori(t, i);
+      } else if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]);
+                 res != 0) {
+        return res;
+      }
+    }
+  }
+  return ZMOS_OK;
+}
+
+int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
+                                  int32_t* plOffsets) {
+  if (!FrameMatches(t, pImage) || plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (t->lHoriCount < 4 || t->lVertCount < 4) return ZMOS_ERR_INVALID_PARAM;
+  t->bReprojectVert = 0;
+  t->bReprojectHori = 0;
+  const std::int32_t w = t->lWidth, h = t->lHeight;
+  const auto [from, to] = HoriMeasureRange(t);
+  BandTextureTable& bt = BandTexture;
+
+  if (t->bFirstFrame) {
+    Clear(t->ppPrevHori[3], w);
+    for (int i = 0; i < 3; ++i) {
+      if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]); res != 0)
+        return res;
+      Accumulate(t->ppPrevHori[3], t->ppPrevHori[i], w);
+      bt.prev_hori[i] = BandMeasure(t->ppPrevHori[i], from, to);
+    }
+    Clear(t->ppPrevVert[3], h);
+    for (int j = 0; j < 3; ++j) {
+      if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]); res != 0)
+        return res;
+      Accumulate(t->ppPrevVert[3], t->ppPrevVert[j], h);
+      bt.prev_vert[j] = BandMeasure(t->ppPrevVert[j], 0, h);
+    }
+    t->bFirstFrame = 0;
+    return ZMOS_OK;
+  }
+
+  // Horizontal: the three bands summed into a whole-frame projection.
+  Clear(t->ppCurHori[3], w);
+  for (int i = 0; i < 3; ++i) {
+    if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppCurHori[i]); res != 0)
+      return res;
+    Accumulate(t->ppCurHori[3], t->ppCurHori[i], w);
+    bt.cur_hori[i] = BandMeasure(t->ppCurHori[i], from, to);
+  }
+  std::int32_t dx = 0;
+  if (bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] > 95) {
+    t->lStatus = ZMOS_OK;
+    Direct(t, t->ppPrevHori[3], t->ppCurHori[3], w, &dx, t->lMaxOffsetX);
+  } else {
+    t->lStatus = ZMOS_ERR_NO_TEXTURE;
+    Gradient(t, t->ppPrevHori[3], t->ppCurHori[3], w, &dx, t->lMaxOffsetX);
+  }
+  t->plHoriResult[0] = dx;
+
+  std::int32_t dy = 0;
+  Clear(t->ppCurVert[3], h);
+  if (t->lMode == 0) {
+    // Only the middle band is followed vertically.
+    if (const std::int32_t res = ProjectV(pImage, t->pVertRects[1], t->ppCurVert[1]); res != 0)
+      return res;
+    Accumulate(t->ppCurVert[3], t->ppCurVert[1], h);
+    bt.cur_vert[1] = BandMeasure(t->ppCurVert[1], 0, h);
+    auto match = bt.cur_vert[1] < 33 ? Gradient : Direct;
+    match(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
+  } else {
+    for (int j = 0; j < 3; ++j) {
+      if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppCurVert[j]); res != 0)
+        return res;
+      Accumulate(t->ppCurVert[3], t->ppCurVert[j], h);
+      bt.cur_vert[j] = BandMeasure(t->ppCurVert[j], h / 4, (3 * h) / 4);
+    }
+    const std::int32_t* m = bt.cur_vert;
+    if (m[1] < 40 && m[0] < 40 && m[2] < 40) {
+      Gradient(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
+    } else {
+      const int band = m[1] >= 40 ? 1 : m[0] > m[2] ? 0 : 2;
+      Direct(t, t->ppPrevVert[band], t->ppCurVert[band], h, &dy, t->lMaxOffsetY);
+    }
+  }
+  t->plVertResult[0] = dy;
+  plOffsets[0] = t->plHoriResult[0];
+  plOffsets[1] = t->plVertResult[0];
+  return ZMOS_OK;
+}
+
+int32_t ZMOSVideoTrackerSwapFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE*) {
+  if (t == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (t->bFirstFrame) return ZMOS_OK;
+  for (std::int32_t i = 0; i < t->lHoriCount; ++i) ExchangeHori(t, i);
+  for (std::int32_t j = 0; j < std::min(t->lHoriCount, t->lVertCount); ++j) ExchangeVert(t, j);
+  BandTextureTable& bt = BandTexture;
+  std::copy(bt.cur_hori, bt.cur_hori + 3, bt.prev_hori);
+  std::copy(bt.cur_vert, bt.cur_vert + 3, bt.prev_vert);
+  return ZMOS_OK;
+}
+
+int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, int32_t* plOffsets,
+                                  const int32_t* plLast) {
+  if (!FrameMatches(t, pImage) || plOffsets == nullptr || plLast == nullptr)
+    return ZMOS_ERR_INVALID_PARAM;
+  if (t->bFirstFrame) return StorePrevious(t, pImage);
+  const std::int32_t predicted_dx = plOffsets[0], predicted_dy = plOffsets[1];
+  const BandTextureTable& bt = BandTexture;
+
+  if (t->lMode == 0) {
+    const bool textured = bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] > 96;
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+      const ZMOSRECT& r = t->pHoriRects[i];
+      if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
+      const std::int32_t w = r.lRight - r.lLeft;
+      std::int32_t off = predicted_dx;
+      if (textured) {
+        // Narrow the search around the last reported offset as the sweep speeds up.
+        off = plLast[0];
+        const std::int32_t speed = std::abs(off);
+        const std::int32_t range = speed > 90   ? 10
+                                   : speed > 80 ? 20
+                                   : speed > 60 ? 30
+                                                : t->lMaxOffsetX;
+        if (Direct(t, t->ppPrevHori[i], t->ppCurHori[i], w, &off, range) != 0) {
+          t->plHoriResult[i] = predicted_dx;
+          continue;
+        }
+      }
+      t->plHoriResult[i] = off + Refine(t, t->ppPrevHori[i], t->ppCurHori[i], w, off);
+    }
+    const std::int32_t dx = t->plHoriResult[0];
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      const ZMOSRECT& r = t->pVertRects[j];
+      if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
+      const std::uint32_t* signal = nullptr;
+      if (const std::int32_t res =
+              MovedProjection(t, pImage, r, dx, true, t->ppCurVert[j], &signal);
+          res != 0)
+        return res;
+      std::int32_t dy = 0;
+      const std::int32_t res =
+          Direct(t, t->ppPrevVert[j], signal, r.lBottom - r.lTop, &dy, t->lMaxOffsetY);
+      t->bReprojectVert = 0;
+      t->plVertResult[j] = res == 0 ? dy : predicted_dy;
+    }
+  } else {
+    const bool flat = bt.cur_vert[0] < 40 && bt.cur_vert[1] < 40 && bt.cur_vert[2] < 40;
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      const ZMOSRECT& r = t->pVertRects[j];
+      if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
+      std::int32_t dy = 0;
+      const bool ok = !flat && Direct(t, t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, &dy,
+                                      t->lMaxOffsetY) == 0;
+      t->plVertResult[j] = ok ? dy : predicted_dy;
+    }
+    std::int32_t dy = t->plVertResult[0];
+    if (dy > 10 || dy < -10) dy &= ~1;  // strips of whole row pairs
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+      const ZMOSRECT& r = t->pHoriRects[i];
+      if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
+      const std::uint32_t* signal = nullptr;
+      if (const std::int32_t res =
+              MovedProjection(t, pImage, r, dy, false, t->ppCurHori[i], &signal);
+          res != 0)
+        return res;
+      std::int32_t dx = predicted_dx;
+      const std::int32_t res =
+          Direct(t, t->ppPrevHori[i], signal, r.lRight - r.lLeft, &dx, t->lMaxOffsetX);
+      t->bReprojectHori = 0;
+      t->plHoriResult[i] = res == 0 ? dx : predicted_dx;
+    }
+  }
+  plOffsets[0] = t->plHoriResult[0];
+  plOffsets[1] = t->plVertResult[0];
+  return ZMOS_OK;
+}
+
+int32_t ZMOSVideoTrackerSwapRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
+  if (t == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (t->bFirstFrame) return ZMOS_OK;
+  if (!FrameMatches(t, pImage) || t->lHoriCount < 1 || t->lVertCount < 1)
+    return ZMOS_ERR_INVALID_PARAM;
+  const BandTextureTable& bt = BandTexture;
+  const std::int32_t w = t->lWidth, h = t->lHeight;
+  const bool horizontal = t->lMode == 0;
+  const std::int32_t* prev = horizontal ? bt.prev_hori : bt.prev_vert;
+  const std::int32_t* cur = horizontal ? bt.cur_hori : bt.cur_vert;
+  const std::int32_t choice = BandChoice(cur);
+
+  // The sweep-axis rectangle follows the best-textured band.
+  if (!KeepBand(cur) && BandChoice(prev) != choice) {
+    if (horizontal) {
+      const std::int32_t y0 = choice == 0 ? h / 6 : choice == 1 ? h / 2 : (5 * h) / 6;
+      const std::int32_t half = (h / 3) / 2, q = static_cast<std::int32_t>(w * 0.7) / 2;
+      t->pHoriRects[0] = ZMOSRECT{Align4(std::max(w / 2 - q, 0)), std::max(y0 - half, 0),
+                                  Align4(std::min(w / 2 + q, w)), std::min(y0 + half, h)};
+      if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[0], t->ppPrevHori[0]); res != 0)
+        return res;
+    } else {
+      const std::int32_t x0 = choice == 0 ? w / 4 : choice == 1 ? w / 2 : (3 * w) / 4;
+      const std::int32_t half = (w / 5) / 2;
+      t->pVertRects[0] =
+          ZMOSRECT{Align4(std::max(x0 - half, 0)), 0, Align4(std::min(x0 + half, w)), (h / 2) * 2};
+      if (const std::int32_t res = ProjectV(pImage, t->pVertRects[0], t->ppPrevVert[0]); res != 0)
+        return res;
+    }
+  } else if (horizontal) {
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) ExchangeHori(t, i);
+  } else {
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) ExchangeVert(t, j);
+  }
+
+  // The cross-axis rectangles: re-projected when the run matched a moved projection.
+  if (horizontal) {
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      if (!t->bReprojectVert) {
+        ExchangeVert(t, j);
+      } else if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]);
+                 res != 0) {
+        return res;
+      }
+    }
+  } else {
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+      if (!t->bReprojectHori) {
+        ExchangeHori(t, i);
+      } else if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]);
+                 res != 0) {
+        return res;
+      }
+    }
+  }
+  return ZMOS_OK;
+}
+
+}  // extern "C"

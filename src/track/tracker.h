@@ -1,0 +1,64 @@
+// The projection tracker record and the process-wide band texture table.
+#ifndef LUMIVEX_SRC_TRACK_TRACKER_H_
+#define LUMIVEX_SRC_TRACK_TRACKER_H_
+
+#include <cstdint>
+
+#include "lumivex/track.h"
+
+// Field order is part of the record's contract: 26 words on the 32-bit target.
+struct ZMOSVideoTracker {
+  MHandle hMemMgr;
+  std::int32_t lSize;
+  std::int32_t lWidth;
+  std::int32_t lHeight;
+  std::uint32_t** ppCurHori;  // start of the horizontal block
+  std::uint32_t** ppPrevHori;
+  std::uint32_t** ppPrevVert;
+  std::uint32_t** ppCurVert;   // start of the vertical block
+  std::uint32_t* pScratch[4];  // pScratch[0] starts the scratch block
+  ZMOSRECT* pHoriRects;        // start of the rectangle block
+  ZMOSRECT* pVertRects;
+  std::int32_t* plHoriResult;  // start of the result block
+  std::int32_t* plVertResult;
+  std::int32_t lMaxOffsetX;
+  std::int32_t lMaxOffsetY;
+  std::int32_t lHoriCount;
+  std::int32_t lVertCount;
+  std::int32_t bFirstFrame;
+  std::int32_t bReprojectVert;
+  std::int32_t bReprojectHori;
+  std::int32_t lMode;
+  std::int32_t lStatus;
+  ZMOSTrackerLayoutFn pfnLayout;
+};
+
+static_assert(sizeof(void*) != 4 || sizeof(ZMOSVideoTracker) == 104,
+              "the tracker record is 26 words on 32-bit targets");
+
+namespace lumivex::track {
+
+// Band texture measures shared by every tracker of the process: written by the
+// frame-to-frame tracker, read by the reference-frame tracker.
+struct BandTextureTable {
+  std::int32_t prev_hori[3];  // top, middle, bottom
+  std::int32_t cur_hori[3];
+  std::int32_t prev_vert[3];  // left, middle, right
+  std::int32_t cur_vert[3];
+};
+extern BandTextureTable BandTexture;
+
+// Mean absolute difference of adjacent entries of p over [from, to), divided by the
+// range's length.
+std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t to);
+
+constexpr std::int32_t Align4(std::int32_t v) {
+  return v & ~3;
+}
+constexpr std::int32_t Align2(std::int32_t v) {
+  return v & ~1;
+}
+
+}  // namespace lumivex::track
+
+#endif  // LUMIVEX_SRC_TRACK_TRACKER_H_
