@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test in each configuration:
 #   native    release build
+#   reference release build with the reference kernels only (fast paths off)
 #   sanitize  AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first error
 #   arm       32-bit ARM (arm-linux-gnueabihf) cross build, run under qemu-arm
 # Prints one summary line per configuration and exits non-zero if any fails.
@@ -10,12 +11,13 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 configs=("$@")
-[[ ${#configs[@]} -gt 0 ]] || configs=(native sanitize arm)
+[[ ${#configs[@]} -gt 0 ]] || configs=(native reference sanitize arm)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 cmake_args() {
   case "$1" in
     native) echo "-DCMAKE_BUILD_TYPE=Release" ;;
+    reference) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_SIMD=OFF -DLUMIVEX_BUILD_TOOLS=OFF" ;;
     sanitize) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_SANITIZE=ON" ;;
     arm) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_BUILD_TOOLS=OFF" \
               "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/arm-linux-gnueabihf.cmake" ;;

@@ -63,7 +63,7 @@ std::int32_t Horizontal(const ZMOSIMAGE* image, const ZMOSRECT* rect, std::uint3
       // Sums start at the column rounded down to a multiple of 4.
       const std::uint8_t* line = row0 + (rect->lLeft & ~3);
       if ((reinterpret_cast<std::uintptr_t>(line) & 3) == 0 && (pitch & 3) == 0) {
-        SelectColumnSums(LumaBytes::kAll)(width, rows, line, step, out);
+        FastColumnSums()(width, rows, line, step, out);
       } else {
         for (std::int32_t y = 0; y < rows; ++y)
           for (std::int32_t x = 0; x < width; ++x) out[x] += line[y * step + x];

@@ -1,5 +1,6 @@
 #include "src/track/projection_kernels.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace lumivex::track {
@@ -53,6 +54,8 @@ ByteOrder NativeByteOrder() {
   return first == 0x78 ? ByteOrder::kLittle : ByteOrder::kBig;
 }
 
+namespace {
+
 template <LumaBytes kLuma, ByteOrder kOrder>
 void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
                 std::ptrdiff_t step, std::uint32_t* out) {
@@ -87,39 +90,50 @@ void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
   }
 }
 
-template void ColumnSums<LumaBytes::kAll, ByteOrder::kLittle>(std::int32_t, std::int32_t,
-                                                              const std::uint8_t*, std::ptrdiff_t,
-                                                              std::uint32_t*);
-template void ColumnSums<LumaBytes::kAll, ByteOrder::kBig>(std::int32_t, std::int32_t,
-                                                           const std::uint8_t*, std::ptrdiff_t,
-                                                           std::uint32_t*);
-template void ColumnSums<LumaBytes::kEven, ByteOrder::kLittle>(std::int32_t, std::int32_t,
-                                                               const std::uint8_t*, std::ptrdiff_t,
-                                                               std::uint32_t*);
-template void ColumnSums<LumaBytes::kEven, ByteOrder::kBig>(std::int32_t, std::int32_t,
-                                                            const std::uint8_t*, std::ptrdiff_t,
-                                                            std::uint32_t*);
-template void ColumnSums<LumaBytes::kOdd, ByteOrder::kLittle>(std::int32_t, std::int32_t,
-                                                              const std::uint8_t*, std::ptrdiff_t,
-                                                              std::uint32_t*);
-template void ColumnSums<LumaBytes::kOdd, ByteOrder::kBig>(std::int32_t, std::int32_t,
-                                                           const std::uint8_t*, std::ptrdiff_t,
-                                                           std::uint32_t*);
+// Every word kernel, by luma layout and byte order.
+constexpr ColumnSumsFn kColumnSums[3][2] = {
+    {ColumnSums<LumaBytes::kAll, ByteOrder::kLittle>, ColumnSums<LumaBytes::kAll, ByteOrder::kBig>},
+    {ColumnSums<LumaBytes::kEven, ByteOrder::kLittle>,
+     ColumnSums<LumaBytes::kEven, ByteOrder::kBig>},
+    {ColumnSums<LumaBytes::kOdd, ByteOrder::kLittle>, ColumnSums<LumaBytes::kOdd, ByteOrder::kBig>},
+};
+
+}  // namespace
+
+ColumnSumsFn ColumnSumsKernel(LumaBytes luma, ByteOrder order) {
+  return kColumnSums[static_cast<int>(luma)][order == ByteOrder::kLittle ? 0 : 1];
+}
 
 ColumnSumsFn SelectColumnSums(LumaBytes luma) {
-  const bool little = NativeByteOrder() == ByteOrder::kLittle;
-  switch (luma) {
-    case LumaBytes::kAll:
-      return little ? ColumnSums<LumaBytes::kAll, ByteOrder::kLittle>
-                    : ColumnSums<LumaBytes::kAll, ByteOrder::kBig>;
-    case LumaBytes::kEven:
-      return little ? ColumnSums<LumaBytes::kEven, ByteOrder::kLittle>
-                    : ColumnSums<LumaBytes::kEven, ByteOrder::kBig>;
-    case LumaBytes::kOdd:
-      break;
+  return ColumnSumsKernel(luma, NativeByteOrder());
+}
+
+void ColumnSumsBlocked(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                       std::ptrdiff_t step, std::uint32_t* out) {
+  // 257 rows of 255 reach 65535 at most.
+  constexpr std::int32_t kRowBlock = 257;
+  constexpr std::int32_t kColumns = 512;
+  alignas(16) std::uint16_t acc[kColumns];
+  for (std::int32_t c0 = 0; c0 < width; c0 += kColumns) {
+    const std::int32_t n = std::min(kColumns, width - c0);
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
+      const std::int32_t y1 = std::min(rows, y0 + kRowBlock);
+      std::fill(acc, acc + n, std::uint16_t{0});
+      for (std::int32_t y = y0; y < y1; ++y) {
+        const std::uint8_t* r = line + y * step + c0;
+        for (std::int32_t x = 0; x < n; ++x) acc[x] = static_cast<std::uint16_t>(acc[x] + r[x]);
+      }
+      for (std::int32_t x = 0; x < n; ++x) out[c0 + x] += acc[x];
+    }
   }
-  return little ? ColumnSums<LumaBytes::kOdd, ByteOrder::kLittle>
-                : ColumnSums<LumaBytes::kOdd, ByteOrder::kBig>;
+}
+
+ColumnSumsFn FastColumnSums() {
+#if defined(LUMIVEX_REFERENCE_KERNELS)
+  return SelectColumnSums(LumaBytes::kAll);
+#else
+  return ColumnSumsBlocked;
+#endif
 }
 
 namespace {

@@ -26,12 +26,19 @@ ByteOrder NativeByteOrder();
 using ColumnSumsFn = void (*)(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
                               std::ptrdiff_t step, std::uint32_t* out);
 
-template <LumaBytes kLuma, ByteOrder kOrder>
-void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
-                std::ptrdiff_t step, std::uint32_t* out);
+ColumnSumsFn ColumnSumsKernel(LumaBytes luma, ByteOrder order);
 
 // The kernel for `luma` in the machine's byte order.
 ColumnSumsFn SelectColumnSums(LumaBytes luma);
+
+// One-byte column sums accumulated in 16-bit counters over blocks of rows and flushed
+// into `out`: the word kernels' result, in a shape compilers vectorise.
+void ColumnSumsBlocked(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                       std::ptrdiff_t step, std::uint32_t* out);
+
+// The column-sum kernel the projections use for one-byte pixels: the blocked one, or the
+// word kernel when the library is built with reference kernels only.
+ColumnSumsFn FastColumnSums();
 
 // Sum of n one-byte pixels with 16-bit lanes packed in a 32-bit accumulator. Exact
 // while neither lane passes 65535 (rows up to 514 pixels); beyond that the lanes wrap

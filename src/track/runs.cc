@@ -69,6 +69,24 @@ void ExchangeVert(ZMOSVideoTracker* t, std::int32_t j) {
   std::swap(t->ppCurVert[j], t->ppPrevVert[j]);
 }
 
+// The previous buffers of one kind after a run: re-projected from `image` at the
+// unmoved rectangles while the re-project flag of that kind is set (the run matched a
+// moved rectangle), else exchanged with the current ones.
+std::int32_t RefreshPrevious(ZMOSVideoTracker* t, const ZMOSIMAGE* image, bool vertical,
+                             std::int32_t count) {
+  const bool reproject = vertical ? t->bReprojectVert : t->bReprojectHori;
+  for (std::int32_t i = 0; i < count; ++i) {
+    if (!reproject) {
+      vertical ? ExchangeVert(t, i) : ExchangeHori(t, i);
+      continue;
+    }
+    const std::int32_t res = vertical ? ProjectV(image, t->pVertRects[i], t->ppPrevVert[i])
+                                      : ProjectH(image, t->pHoriRects[i], t->ppPrevHori[i]);
+    if (res != 0) return res;
+  }
+  return ZMOS_OK;
+}
+
 // Adds `from` into `into` over n entries.
 void Accumulate(std::uint32_t* into, const std::uint32_t* from, std::int32_t n) {
   for (std::int32_t k = 0; k < n; ++k) into[k] += from[k];
@@ -190,26 +208,10 @@ int32_t ZMOSVideoTrackerSwap_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
   const std::int32_t pairs = std::min(t->lHoriCount, t->lVertCount);
   if (t->lMode == 0) {
     for (std::int32_t i = 0; i < t->lHoriCount; ++i) ExchangeHori(t, i);
-    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
-      if (!t->bReprojectVert) {
-        ExchangeVert(t, j);
-      } else if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]);
-                 res != 0) {
-        return res;
-      }
-    }
-  } else {
-    for (std::int32_t j = 0; j < pairs; ++j) ExchangeVert(t, j);
-    for (std::int32_t i = 0; i < pairs; ++i) {
-      if (!t->bReprojectHori) {
-        ExchangeHori(t, i);
-      } else if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]);
-                 res != 0) {
-        return res;
-      }
-    }
+    return RefreshPrevious(t, pImage, true, t->lVertCount);
   }
-  return ZMOS_OK;
+  for (std::int32_t j = 0; j < pairs; ++j) ExchangeVert(t, j);
+  return RefreshPrevious(t, pImage, false, pairs);
 }
 
 int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
@@ -414,26 +416,7 @@ int32_t ZMOSVideoTrackerSwapRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage)
   }
 
   // The cross-axis rectangles: re-projected when the run matched a moved projection.
-  if (horizontal) {
-    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
-      if (!t->bReprojectVert) {
-        ExchangeVert(t, j);
-      } else if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]);
-                 res != 0) {
-        return res;
-      }
-    }
-  } else {
-    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
-      if (!t->bReprojectHori) {
-        ExchangeHori(t, i);
-      } else if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]);
-                 res != 0) {
-        return res;
-      }
-    }
-  }
-  return ZMOS_OK;
+  return RefreshPrevious(t, pImage, horizontal, horizontal ? t->lVertCount : t->lHoriCount);
 }
 
 }  // extern "C"

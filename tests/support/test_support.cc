@@ -67,9 +67,18 @@ std::size_t WorkArena::FreeBytes() const {
   return platform::CheckHeap(handle_, &s) ? s.free_bytes : 0;
 }
 
+namespace {
+
+// An environment override, else the path the build configured.
+const char* Setting(const char* name, const char* built_in) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : built_in;
+}
+
+}  // namespace
+
 std::string DataDir() {
-  const char* dir = std::getenv("LUMIVEX_DATA_DIR");
-  return dir != nullptr ? dir : "";
+  return Setting("LUMIVEX_DATA_DIR", LUMIVEX_DATA_DIR);
 }
 
 namespace {
@@ -94,11 +103,16 @@ bool ReadPgm(const char* path, Plane8* out) {
 const Plane8* Photo() {
   static const std::unique_ptr<Plane8> photo = [] {
     auto p = std::make_unique<Plane8>();
-    const char* path = std::getenv("LUMIVEX_PHOTO_PGM");
-    if (path == nullptr || !ReadPgm(path, p.get())) p.reset();
+    if (!ReadPgm(Setting("LUMIVEX_PHOTO_PGM", LUMIVEX_PHOTO_PGM), p.get())) p.reset();
     return p;
   }();
   return photo.get();
+}
+
+bool PhotoExpected() {
+  std::FILE* f = std::fopen((DataDir() + "/mountain-360-5000x2500.jpg").c_str(), "rb");
+  if (f != nullptr) std::fclose(f);
+  return f != nullptr;
 }
 
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed) {

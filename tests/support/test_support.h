@@ -91,6 +91,10 @@ struct Plane8 {
 // named by LUMIVEX_PHOTO_PGM), loaded once; null when it is not available.
 const Plane8* Photo();
 
+// True when the photograph's source is present, so a missing decoded copy is a fault of
+// the build rather than a reason to skip.
+bool PhotoExpected();
+
 // Smooth random texture (sum of soft blobs at several scales), reproducible everywhere.
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed);
 

@@ -65,8 +65,7 @@ TEST(Match, DirectSearchRulesAndGates) {
   std::int32_t off = 0;
   // n = 100 = 2 x 50 is accepted; the overlap less one is empty, so every candidate ties
   // at 0 and the first, +50, wins.
-  EXPECT_EQ(ZMOSMatch1DBufferAllocated_PBM(s.data(), s.data(), 100, &off, 50, nullptr, nullptr),
-            0);
+  EXPECT_EQ(ZMOSMatch1DBufferAllocated_PBM(s.data(), s.data(), 100, &off, 50, nullptr, nullptr), 0);
   EXPECT_EQ(off, 50);
   off = 1;
   EXPECT_EQ(ZMOSMatch1DBufferAllocated_PBM(s.data(), s.data(), 100, &off, 50, nullptr, nullptr), 5);

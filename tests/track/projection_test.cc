@@ -107,12 +107,12 @@ TEST(Projection, BigEndianKernelsReadWordsInTheOtherOrder) {
     int bpp;
   };
   const Pair pairs[] = {
-      {ColumnSums<LumaBytes::kAll, ByteOrder::kLittle>,
-       ColumnSums<LumaBytes::kAll, ByteOrder::kBig>, 1},
-      {ColumnSums<LumaBytes::kEven, ByteOrder::kLittle>,
-       ColumnSums<LumaBytes::kEven, ByteOrder::kBig>, 2},
-      {ColumnSums<LumaBytes::kOdd, ByteOrder::kLittle>,
-       ColumnSums<LumaBytes::kOdd, ByteOrder::kBig>, 2},
+      {ColumnSumsKernel(LumaBytes::kAll, ByteOrder::kLittle),
+       ColumnSumsKernel(LumaBytes::kAll, ByteOrder::kBig), 1},
+      {ColumnSumsKernel(LumaBytes::kEven, ByteOrder::kLittle),
+       ColumnSumsKernel(LumaBytes::kEven, ByteOrder::kBig), 2},
+      {ColumnSumsKernel(LumaBytes::kOdd, ByteOrder::kLittle),
+       ColumnSumsKernel(LumaBytes::kOdd, ByteOrder::kBig), 2},
   };
   for (const Pair& k : pairs) {
     for (int trial = 0; trial < 20; ++trial) {
@@ -129,7 +129,27 @@ TEST(Projection, BigEndianKernelsReadWordsInTheOtherOrder) {
       ASSERT_EQ(got, want);
     }
   }
-  EXPECT_EQ(SelectColumnSums(LumaBytes::kAll), (ColumnSums<LumaBytes::kAll, ByteOrder::kLittle>));
+  EXPECT_EQ(SelectColumnSums(LumaBytes::kAll),
+            ColumnSumsKernel(LumaBytes::kAll, ByteOrder::kLittle));
+}
+
+// The blocked kernel the projections use must give the word kernel's sums exactly,
+// across its row blocks (257) and column chunks (512), at any alignment and step.
+TEST(Projection, BlockedColumnSumsAreBitExact) {
+  Rng rng(8);
+  for (int trial = 0; trial < 60; ++trial) {
+    const int width = rng.Range(1, 1300), rows = rng.Range(1, 700);
+    const int step = width + rng.Range(0, 40), misalign = rng.Range(0, 15);
+    std::vector<std::uint8_t> data(static_cast<std::size_t>(step) * rows + misalign);
+    const int level = rng.Range(0, 255);
+    for (auto& b : data)
+      b = static_cast<std::uint8_t>(trial % 4 == 0 ? 255 : (level + rng.Next() % 64) & 0xFF);
+    const std::uint8_t* line = data.data() + misalign;
+    std::vector<std::uint32_t> want(width, 3), got(width, 3);
+    SelectColumnSums(LumaBytes::kAll)(width, rows, line, step, want.data());
+    ColumnSumsBlocked(width, rows, line, step, got.data());
+    ASSERT_EQ(got, want) << width << " x " << rows;
+  }
 }
 
 // Lane-packed row sums written out step by step: lead bytes to a 4-byte boundary,

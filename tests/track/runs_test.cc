@@ -84,7 +84,10 @@ class TrackerRuns : public testing::Test {
  protected:
   void SetUp() override {
     photo_ = test::Photo();
-    if (photo_ == nullptr) GTEST_SKIP() << "test photograph not available";
+    if (photo_ == nullptr) {
+      if (test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
+      GTEST_SKIP() << "test photograph not available";
+    }
   }
   const Plane8* photo_ = nullptr;
 };
