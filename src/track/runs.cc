@@ -87,6 +87,13 @@ std::int32_t RefreshPrevious(ZMOSVideoTracker* t, const ZMOSIMAGE* image, bool v
   return ZMOS_OK;
 }
 
+// Writes the first result of each kind as the run's offset pair.
+std::int32_t Report(const ZMOSVideoTracker* t, std::int32_t* offsets) {
+  offsets[0] = t->plHoriResult[0];
+  offsets[1] = t->plVertResult[0];
+  return ZMOS_OK;
+}
+
 // Adds `from` into `into` over n entries.
 void Accumulate(std::uint32_t* into, const std::uint32_t* from, std::int32_t n) {
   for (std::int32_t k = 0; k < n; ++k) into[k] += from[k];
@@ -197,9 +204,7 @@ int32_t ZMOSVideoTrackerRun_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, in
       t->plHoriResult[i] = off;
     }
   }
-  plOffsets[0] = t->plHoriResult[0];
-  plOffsets[1] = t->plVertResult[0];
-  return ZMOS_OK;
+  return Report(t, plOffsets);
 }
 
 int32_t ZMOSVideoTrackerSwap_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
@@ -287,9 +292,7 @@ int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
     }
   }
   t->plVertResult[0] = dy;
-  plOffsets[0] = t->plHoriResult[0];
-  plOffsets[1] = t->plVertResult[0];
-  return ZMOS_OK;
+  return Report(t, plOffsets);
 }
 
 int32_t ZMOSVideoTrackerSwapFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE*) {
@@ -375,9 +378,7 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
       t->plHoriResult[i] = res == 0 ? dx : predicted_dx;
     }
   }
-  plOffsets[0] = t->plHoriResult[0];
-  plOffsets[1] = t->plVertResult[0];
-  return ZMOS_OK;
+  return Report(t, plOffsets);
 }
 
 int32_t ZMOSVideoTrackerSwapRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
