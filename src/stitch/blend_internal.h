@@ -1,0 +1,91 @@
+// Shared pieces of the blends: the engine-wide blend table, the blend rule, plane views
+// that know their extents, and the seam search in either orientation.
+#ifndef LUMIVEX_SRC_STITCH_BLEND_INTERNAL_H_
+#define LUMIVEX_SRC_STITCH_BLEND_INTERNAL_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "lumivex/stitch.h"
+
+namespace lumivex::stitch {
+
+// Engine-wide blend state: one table at a time, shared by every blend.
+extern std::uint32_t g_PathSearchThreshold;
+extern MHandle g_hBlendTableMemMgr;
+extern std::int32_t g_BlendTableWidth;
+extern std::int32_t* g_BlendTable;
+extern std::int32_t g_BlendTableStatic[10];
+
+// The seam search runs only where the overlap exceeds the table width by this margin.
+inline constexpr std::int32_t kSeamSearchMargin = 80;
+
+// weight(i) = (w-1-i)/w below the middle and (w-i)/w from it on, in Q16.
+void FillBlendTable(std::int32_t* table, std::int32_t w);
+
+// (wa x a + wb x b + 1/2) in Q16, clamped to a byte.
+inline std::uint8_t Rule(std::int32_t wa, std::int32_t a, std::int32_t wb, std::int32_t b) {
+  const std::int32_t v = (wa * a + wb * b + 32768) >> 16;
+  return static_cast<std::uint8_t>(v < 1 ? 0 : v > 255 ? 255 : v);
+}
+
+// One plane of an image with its extent, so the blends never step outside it.
+struct PlaneView {
+  std::uint8_t* base = nullptr;
+  std::ptrdiff_t pitch = 0;
+  std::int32_t rows = 0;
+  std::int32_t row_bytes = 0;
+
+  bool HasRow(std::int64_t r) const { return r >= 0 && r < rows; }
+  std::uint8_t* Row(std::int64_t r) const { return base + r * pitch; }
+  // The byte at `offset` from the plane start, or null outside the plane's samples.
+  const std::uint8_t* At(std::int64_t offset) const;
+};
+
+// Plane `p` of an image of a supported format (empty view otherwise).
+PlaneView ViewOf(const ZMOSIMAGE& image, int p);
+
+// Rows [lo, hi) of an overlap of `rows` rows starting at row `top1` of `a` and `top2` of
+// `b` that exist in both planes.
+struct RowRange {
+  std::int64_t lo, hi;
+};
+RowRange CommonRows(const PlaneView& a, std::int64_t top1, const PlaneView& b, std::int64_t top2,
+                    std::int64_t rows);
+
+// Where the chroma of an overlap lies in planar images (0x601-0x608): the first image's
+// start (an odd left or top raised by one where that direction is halved), the second
+// image's start (never adjusted) and the extent, halved by the subsampling.
+struct ChromaOverlap {
+  std::int64_t col1, row1, col2, row2;
+  std::int32_t cols, rows;
+  bool half_cols, half_rows;
+};
+ChromaOverlap PlanarChromaOverlap(const ZMOSIMAGE& first, const ZMOSRECT* first_rect,
+                                  const ZMOSRECT* second_rect);
+
+// A private blend table of `w` entries from `mem` (null when it cannot be had).
+std::int32_t* AllocTable(std::int32_t w, MHandle mem);
+
+// Byte offsets of the four bytes of a packed 4:2:2 pixel pair of the second image that
+// meet bytes 0-3 of the first image's pair: the chroma bytes change places when the two
+// overlaps start on pixels of different parity.
+struct PairOrder {
+  int byte[4];
+};
+constexpr PairOrder kSameOrder{{0, 1, 2, 3}};
+constexpr PairOrder kSwappedChroma{{0, 3, 2, 1}};
+
+// Minimum-cost seam through a difference map of `across` x `along` samples: one position
+// per step along the seam, each within [m, across-m-1], m = half the table width.
+// `diff(pos, step)` reads the map. Returns 0 or 4; `path` is left alone when there is
+// nothing to search.
+template <typename Diff>
+std::int32_t SeamSearch(std::int32_t* path, std::int32_t across, std::int32_t along, Diff diff,
+                        MHandle mem);
+
+}  // namespace lumivex::stitch
+
+#include "src/stitch/seam_search_inl.h"
+
+#endif  // LUMIVEX_SRC_STITCH_BLEND_INTERNAL_H_

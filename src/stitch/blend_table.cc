@@ -1,0 +1,160 @@
+// The engine-wide blend table, the luminance difference map and the seam search.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+#include "src/image/format.h"
+#include "src/stitch/blend_internal.h"
+
+namespace lumivex::stitch {
+
+std::uint32_t g_PathSearchThreshold = 80;
+MHandle g_hBlendTableMemMgr = nullptr;
+std::int32_t g_BlendTableWidth = 0;
+std::int32_t* g_BlendTable = nullptr;
+std::int32_t g_BlendTableStatic[10] = {};
+
+void FillBlendTable(std::int32_t* table, std::int32_t w) {
+  const std::int32_t half = w >> 1;
+  for (std::int32_t i = 0; i < w; ++i) {
+    const std::int64_t numerator = i < half ? w - 1 - i : w - i;
+    table[i] = static_cast<std::int32_t>(numerator * 65536 / w);
+  }
+}
+
+const std::uint8_t* PlaneView::At(std::int64_t offset) const {
+  if (base == nullptr || pitch <= 0 || offset < 0) return nullptr;
+  const std::int64_t row = offset / pitch, col = offset % pitch;
+  return (row < rows && col < row_bytes) ? base + offset : nullptr;
+}
+
+PlaneView ViewOf(const ZMOSIMAGE& image, int p) {
+  const auto info = image::LookupFormat(image.dwFormat);
+  if (!info || p >= info->planes || image.pPlane[p] == nullptr) return PlaneView{};
+  return PlaneView{image.pPlane[p], image.lPitch[p], image::RowsOf(*info, image.lHeight).rows[p],
+                   static_cast<std::int32_t>(image::RowBytesOf(*info, p, image.lWidth))};
+}
+
+RowRange CommonRows(const PlaneView& a, std::int64_t top1, const PlaneView& b, std::int64_t top2,
+                    std::int64_t rows) {
+  const std::int64_t lo = std::max<std::int64_t>({0, -top1, -top2});
+  const std::int64_t hi = std::min<std::int64_t>({rows, a.rows - top1, b.rows - top2});
+  return RowRange{lo, std::max(lo, hi)};
+}
+
+ChromaOverlap PlanarChromaOverlap(const ZMOSIMAGE& first, const ZMOSRECT* first_rect,
+                                  const ZMOSRECT* second_rect) {
+  const ZMOSRECT r =
+      first_rect != nullptr ? *first_rect : ZMOSRECT{0, 0, first.lWidth, first.lHeight};
+  const std::int64_t x = second_rect != nullptr ? second_rect->lLeft : 0;
+  const std::int64_t y = second_rect != nullptr ? second_rect->lTop : 0;
+  const auto info = image::LookupFormat(first.dwFormat);
+  ChromaOverlap o{};
+  o.half_cols = info && info->chroma_half_width;
+  o.half_rows = info && info->chroma_half_height;
+  std::int64_t left = r.lLeft, top = r.lTop;
+  std::int64_t cols = std::int64_t{r.lRight} - r.lLeft, rows = std::int64_t{r.lBottom} - r.lTop;
+  if (o.half_cols) {
+    left += left & 1;
+    o.col1 = left / 2;
+    o.col2 = x / 2;
+    cols /= 2;
+  } else {
+    o.col1 = left;
+    o.col2 = x;
+  }
+  if (o.half_rows) {
+    top += top & 1;
+    o.row1 = top / 2;
+    o.row2 = y / 2;
+    rows /= 2;
+  } else {
+    o.row1 = top;
+    o.row2 = y;
+  }
+  o.cols = static_cast<std::int32_t>(cols);
+  o.rows = static_cast<std::int32_t>(rows);
+  return o;
+}
+
+std::int32_t* AllocTable(std::int32_t w, MHandle mem) {
+  if (w < 0 || w > INT32_MAX / 4) return nullptr;
+  auto* table = static_cast<std::int32_t*>(MMemAlloc(mem, w * 4));
+  if (table != nullptr && w > 0) FillBlendTable(table, w);
+  return table;
+}
+
+}  // namespace lumivex::stitch
+
+using namespace lumivex::stitch;
+
+extern "C" {
+
+int32_t ZMOSCreateBlendTable(int32_t lWidth, MHandle hMemMgr) {
+  ZMOSReleaseBlendTable();
+  // A negative request cannot be met.
+  g_BlendTable = lWidth >= 0 && lWidth <= INT32_MAX / 4
+                     ? static_cast<std::int32_t*>(MMemAlloc(hMemMgr, lWidth * 4))
+                     : nullptr;
+  if (g_BlendTable == nullptr) return ZMOS_ERR_NO_MEMORY;
+  const std::int32_t w = lWidth & ~1;
+  g_hBlendTableMemMgr = hMemMgr;
+  g_BlendTableWidth = w;
+  if (w >= 1) FillBlendTable(g_BlendTable, w);
+  return ZMOS_OK;
+}
+
+void ZMOSReleaseBlendTable(void) {
+  if (g_BlendTable == nullptr || g_BlendTable == g_BlendTableStatic) return;
+  MMemFree(g_hBlendTableMemMgr, g_BlendTable);
+  g_BlendTable = nullptr;
+}
+
+void ZMOSSetBlendTableBufferHeadle(MHandle hMemMgr) {
+  g_hBlendTableMemMgr = hMemMgr;
+}
+
+void ZMOSSetPathSearchThreshold(uint32_t dwThreshold) {
+  g_PathSearchThreshold = dwThreshold;
+}
+
+void ComputeLumaDiffMap(const ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond, const ZMOSRECT* pRect,
+                        const int32_t* plPos, uint8_t* pDiffMap) {
+  if (pFirst == nullptr || pSecond == nullptr || pRect == nullptr || plPos == nullptr ||
+      pDiffMap == nullptr)
+    return;
+  const std::uint32_t f = pFirst->dwFormat;
+  const std::uint32_t family = f >> 8;
+  int bpp, off;
+  if (family == 6 || family == 7 || family == 8) {
+    bpp = 1;
+    off = 0;
+  } else if (f == 0x501 || f == 0x502 || f == 0x503 || f == 0x504) {
+    bpp = 2;
+    off = f >= 0x503 ? 1 : 0;
+  } else {
+    return;
+  }
+  const std::int32_t w = pRect->lRight - pRect->lLeft, h = pRect->lBottom - pRect->lTop;
+  for (std::int32_t y = 0; y < h; ++y) {
+    const std::uint8_t* a =
+        pFirst->pPlane[0] + std::int64_t{pRect->lTop + y} * pFirst->lPitch[0] + off;
+    const std::uint8_t* b =
+        pSecond->pPlane[0] + std::int64_t{plPos[1] + y} * pSecond->lPitch[0] + off;
+    for (std::int32_t x = 0; x < w; ++x) {
+      const int d = a[(pRect->lLeft + x) * bpp] - b[(plPos[0] + x) * bpp];
+      pDiffMap[std::int64_t{y} * w + x] = static_cast<std::uint8_t>(std::abs(d));
+    }
+  }
+}
+
+int32_t SearchSeamPath(int32_t* plPath, const uint8_t* pDiffMap, int32_t lWidth, int32_t lHeight,
+                       MHandle hMemMgr) {
+  if (plPath == nullptr || pDiffMap == nullptr) return ZMOS_ERR_NO_TEXTURE;
+  return SeamSearch(
+      plPath, lWidth, lHeight,
+      [&](std::int32_t c, std::int32_t r) { return pDiffMap[std::int64_t{r} * lWidth + c]; },
+      hMemMgr);
+}
+
+}  // extern "C"
