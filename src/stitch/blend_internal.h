@@ -64,6 +64,21 @@ struct ChromaOverlap {
 ChromaOverlap PlanarChromaOverlap(const ZMOSIMAGE& first, const ZMOSRECT* first_rect,
                                   const ZMOSRECT* second_rect);
 
+// Where the interleaved chroma plane of a semi-planar overlap (0x801-0x803) lies, and how
+// the second image's bytes meet the first's: an even first left takes an even second x;
+// an odd first left against an even second x pairs the bytes crosswise.
+struct InterleavedOverlap {
+  std::int64_t left, row1, row2;  // first image's byte column, both chroma rows
+  std::int64_t x;                 // second image's byte column, after alignment
+  std::int64_t width, height;     // overlap in pixels (= chroma bytes) and luma rows
+  std::int64_t rows;              // chroma rows
+  bool crosswise;
+  // The second image's byte that meets byte k of the first image's row.
+  std::int64_t Source(std::int64_t k) const { return x + (crosswise ? (k ^ 1) : k); }
+};
+InterleavedOverlap InterleavedChromaOverlap(const ZMOSIMAGE& first, const ZMOSRECT* first_rect,
+                                            const ZMOSRECT* second_rect);
+
 // A private blend table of `w` entries from `mem` (null when it cannot be had).
 std::int32_t* AllocTable(std::int32_t w, MHandle mem);
 
@@ -75,6 +90,26 @@ struct PairOrder {
 };
 constexpr PairOrder kSameOrder{{0, 1, 2, 3}};
 constexpr PairOrder kSwappedChroma{{0, 3, 2, 1}};
+
+// Argument checks of both blends: images, rectangles and horizontal extents (tops and
+// bottoms are not checked; rows outside the images are skipped), one format for both.
+bool ValidBlendArguments(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSIMAGE* second,
+                         const ZMOSRECT* r2);
+
+// Work memory of one blend: the seam path and the difference map. `Finish` gives both
+// back on every path and releases the blend table on success only.
+class BlendWork {
+ public:
+  BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes);
+  bool ok() const { return path != nullptr && map != nullptr; }
+  std::int32_t Finish(std::int32_t res);
+
+  std::int32_t* path = nullptr;
+  std::uint8_t* map = nullptr;
+
+ private:
+  MHandle mem_;
+};
 
 // Minimum-cost seam through a difference map of `across` x `along` samples: one position
 // per step along the seam, each within [m, across-m-1], m = half the table width.

@@ -142,40 +142,27 @@ std::int32_t PlanarChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const ZMOSR
 std::int32_t InterleavedChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const ZMOSRECT* r1,
                                const ZMOSRECT* r2, std::int32_t* path, std::int32_t side,
                                MHandle mem) {
-  const ZMOSRECT r = r1 != nullptr ? *r1 : ZMOSRECT{0, 0, first.lWidth, first.lHeight};
-  std::int64_t x = r2 != nullptr ? r2->lLeft : 0;
-  const std::int64_t y = r2 != nullptr ? r2->lTop : 0;
-  const std::int64_t width = std::int64_t{r.lRight} - r.lLeft;
-  const std::int64_t height = std::int64_t{r.lBottom} - r.lTop;
-  const auto w = static_cast<std::int32_t>(width & ~std::int64_t{1});
+  const InterleavedOverlap o = InterleavedChromaOverlap(first, r1, r2);
+  const auto w = static_cast<std::int32_t>(o.width & ~std::int64_t{1});
   std::int32_t* t = AllocTable(w, mem);
   if (t == nullptr) return ZMOS_ERR_NO_MEMORY;
   if (first.dwFormat < 0x801 || first.dwFormat > 0x803) {
     MMemFree(mem, t);
     return ZMOS_ERR_UNSUPPORTED_FORMAT;
   }
-  std::int64_t rows = height, row1 = r.lTop, row2 = y;
-  if (first.dwFormat != 0x803) {
-    rows = height / 2;
-    row1 = (r.lTop + (r.lTop & 1)) / 2;
-    row2 = y / 2;
-    if (path != nullptr) PathToChroma(path, static_cast<std::int32_t>(rows), true, false);
-  }
-  // Like chroma components must meet: an even first left takes an even second x; an odd
-  // first left against an even second x blends each pair crosswise.
-  const std::int64_t left = r.lLeft;
-  const bool crosswise = (left & 1) && !(x & 1);
-  if (!(left & 1) && (x & 1)) --x;
+  if (first.dwFormat != 0x803 && path != nullptr)
+    PathToChroma(path, static_cast<std::int32_t>(o.rows), true, false);
 
   const PlaneView a = ViewOf(first, 1), b = ViewOf(second, 1);
-  const RowRange range = CommonRows(a, row1, b, row2, rows);
+  const RowRange range = CommonRows(a, o.row1, b, o.row2, o.rows);
   for (std::int64_t i = range.lo; i < range.hi; ++i) {
-    std::uint8_t* f = a.Row(row1 + i) + left;
-    const std::uint8_t* srow = b.Row(row2 + i);
+    std::uint8_t* f = a.Row(o.row1 + i) + o.left;
+    const std::uint8_t* srow = b.Row(o.row2 + i);
     auto second_byte = [&](std::int64_t k) -> const std::uint8_t* {
-      const std::int64_t col = x + (crosswise ? (k ^ 1) : k);
+      const std::int64_t col = o.Source(k);
       return col >= 0 && col < b.row_bytes ? srow + col : nullptr;
     };
+    // Weights step by pairs: both bytes of pair j take entries 2j and w-1-2j.
     for (std::int64_t k = 0; k < w; ++k) {
       const std::uint8_t* s = second_byte(k);
       if (s == nullptr) continue;
@@ -184,22 +171,12 @@ std::int32_t InterleavedChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const 
     }
     // The second image's side keeps its last byte when the width is odd.
     if (side != 0) {
-      for (std::int64_t k = w; k < width; ++k)
+      for (std::int64_t k = w; k < o.width; ++k)
         if (const std::uint8_t* s = second_byte(k)) f[k] = *s;
     }
   }
   MMemFree(mem, t);
   return ZMOS_OK;
-}
-
-bool ValidExtents(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSIMAGE* second,
-                  const ZMOSRECT* r2) {
-  if (first == nullptr || r1 == nullptr || second == nullptr || r2 == nullptr) return false;
-  if (r1->lLeft < 0 || r1->lRight > first->lWidth || r1->lLeft > r1->lRight) return false;
-  if (r2->lLeft < 0 || r2->lRight > second->lWidth || r2->lLeft > r2->lRight) return false;
-  // Both images must be read with one layout.
-  return first->dwFormat == second->dwFormat && first->pPlane[0] != nullptr &&
-         second->pPlane[0] != nullptr;
 }
 
 }  // namespace
@@ -236,7 +213,7 @@ int32_t BlendInterleavedChroma(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
 int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
                               const ZMOSIMAGE* pSecond, const ZMOSRECT* pSecondRect, int32_t lSide,
                               MHandle hMemMgr) {
-  if (!ValidExtents(pFirst, pFirstRect, pSecond, pSecondRect)) return ZMOS_ERR_NO_TEXTURE;
+  if (!ValidBlendArguments(pFirst, pFirstRect, pSecond, pSecondRect)) return ZMOS_ERR_NO_TEXTURE;
   const std::int32_t w_overlap = pFirstRect->lRight - pFirstRect->lLeft;
   if (w_overlap < 1) return ZMOS_OK;
   // Formats are checked before anything is allocated, so that no failure leaks.
@@ -252,24 +229,14 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
     return ZMOS_OK;
   }
   const auto h = static_cast<std::int32_t>(h64);
-  auto* path = static_cast<std::int32_t*>(MMemAlloc(hMemMgr, (h + 1) * 4));
-  const std::int64_t map_bytes = std::int64_t{w_overlap} * (h + 1);
-  auto* map =
-      map_bytes <= INT32_MAX
-          ? static_cast<std::uint8_t*>(MMemAlloc(hMemMgr, static_cast<std::int32_t>(map_bytes)))
-          : nullptr;
-  auto finish = [&](std::int32_t res) {
-    MMemFree(hMemMgr, path);
-    MMemFree(hMemMgr, map);
-    if (res == 0) ZMOSReleaseBlendTable();
-    return res;
-  };
-  if (path == nullptr || map == nullptr) return finish(ZMOS_ERR_NO_MEMORY);
+  BlendWork work(hMemMgr, h + 1, std::int64_t{w_overlap} * (h + 1));
+  if (!work.ok()) return work.Finish(ZMOS_ERR_NO_MEMORY);
+  std::int32_t* path = work.path;
 
   if (w_overlap > g_BlendTableWidth + kSeamSearchMargin) {
-    ComputeLumaDiffMap(pFirst, pSecond, pFirstRect, &pSecondRect->lLeft, map);
-    if (const std::int32_t res = SearchSeamPath(path, map, w_overlap, h, hMemMgr); res != 0)
-      return finish(res);
+    ComputeLumaDiffMap(pFirst, pSecond, pFirstRect, &pSecondRect->lLeft, work.map);
+    if (const std::int32_t res = SearchSeamPath(path, work.map, w_overlap, h, hMemMgr); res != 0)
+      return work.Finish(res);
   } else {
     std::fill(path, path + h, (w_overlap - 1) / 2);
   }
@@ -287,7 +254,7 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
         format >= 0x801
             ? InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr)
             : PlanarChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr);
-    return finish(res);
+    return work.Finish(res);
   }
   if (format == 0x501 || format == 0x502) {
     const PairOrder& order =
@@ -298,10 +265,10 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
                     b.row_bytes - 2 * std::int64_t{pSecondRect->lLeft}, order);
       BlendPackedRow(row, w_overlap, path[r], band, lSide);
     }
-    return finish(ZMOS_OK);
+    return work.Finish(ZMOS_OK);
   }
   // Luminance in the odd bytes (0x503, 0x504): passed through unchanged.
-  return finish(ZMOS_OK);
+  return work.Finish(ZMOS_OK);
 }
 
 }  // extern "C"

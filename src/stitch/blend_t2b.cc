@@ -126,46 +126,32 @@ std::int32_t PlanarChromaT2B(ZMOSIMAGE& first, const ZMOSIMAGE& second, const ZM
 std::int32_t InterleavedChromaT2B(ZMOSIMAGE& first, const ZMOSIMAGE& second, const ZMOSRECT* r1,
                                   const ZMOSRECT* r2, std::int32_t* path, std::int32_t side,
                                   MHandle mem) {
-  const ZMOSRECT r = r1 != nullptr ? *r1 : ZMOSRECT{0, 0, first.lWidth, first.lHeight};
-  std::int64_t x = r2 != nullptr ? r2->lLeft : 0;
-  const std::int64_t y = r2 != nullptr ? r2->lTop : 0;
-  const std::int64_t width = std::int64_t{r.lRight} - r.lLeft;
-  const std::int64_t height = std::int64_t{r.lBottom} - r.lTop;
-  const bool full_rows = first.dwFormat == 0x803;
-  const std::int64_t rows = full_rows ? height : height / 2;
-  const auto hc = static_cast<std::int32_t>(rows & ~std::int64_t{1});
+  const InterleavedOverlap o = InterleavedChromaOverlap(first, r1, r2);
+  const auto hc = static_cast<std::int32_t>(o.rows & ~std::int64_t{1});
   std::int32_t* t = AllocTable(hc, mem);
   if (t == nullptr) return ZMOS_ERR_NO_MEMORY;
   if (first.dwFormat < 0x801 || first.dwFormat > 0x803) {
     MMemFree(mem, t);
     return ZMOS_ERR_UNSUPPORTED_FORMAT;
   }
-  std::int64_t row1 = r.lTop, row2 = y;
-  if (!full_rows) {
-    row1 = (r.lTop + (r.lTop & 1)) / 2;
-    row2 = y / 2;
-    if (path != nullptr)
-      for (std::int64_t j = 0; j < width; ++j) path[j] /= 2;  // seam row to chroma row
-  }
-  const std::int64_t left = r.lLeft;
-  const bool crosswise = (left & 1) && !(x & 1);
-  if (!(left & 1) && (x & 1)) --x;
+  if (first.dwFormat != 0x803 && path != nullptr)
+    for (std::int64_t j = 0; j < o.width; ++j) path[j] /= 2;  // seam row to chroma row
 
   const PlaneView a = ViewOf(first, 1), b = ViewOf(second, 1);
-  const RowRange range = CommonRows(a, row1, b, row2, rows);
-  for (std::int64_t k = 0; k < width; ++k) {
-    const std::int64_t src = x + (crosswise ? (k ^ 1) : k);
+  const RowRange range = CommonRows(a, o.row1, b, o.row2, o.rows);
+  for (std::int64_t k = 0; k < o.width; ++k) {
+    const std::int64_t src = o.Source(k);
     if (src < 0 || src >= b.row_bytes) continue;
     // Side 0 follows the seam: only the rows above it; the other side blends the last
     // hc rows whatever the seam.
-    std::int64_t lo = rows - hc, hi = rows;
+    std::int64_t lo = o.rows - hc, hi = o.rows;
     if (side == 0) {
       lo = 0;
       hi = path != nullptr ? std::min<std::int64_t>(path[k], hc) : 0;
     }
     for (std::int64_t i = std::max(lo, range.lo); i < std::min(hi, range.hi); ++i) {
-      std::uint8_t& f = a.Row(row1 + i)[left + k];
-      const std::uint8_t s = b.Row(row2 + i)[src];
+      std::uint8_t& f = a.Row(o.row1 + i)[o.left + k];
+      const std::uint8_t s = b.Row(o.row2 + i)[src];
       const std::int64_t n = i - lo;
       f = side == 0 ? Rule(t[n], s, t[hc - 1 - n], f) : Rule(t[hc - 1 - n], s, t[n], f);
     }
@@ -206,16 +192,9 @@ int32_t BlendInterleavedChromaT2B(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
 int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
                                  const ZMOSIMAGE* pSecond, const ZMOSRECT* pSecondRect,
                                  int32_t lSide, MHandle hMemMgr) {
-  if (pFirst == nullptr || pFirstRect == nullptr || pSecond == nullptr || pSecondRect == nullptr)
-    return ZMOS_ERR_NO_TEXTURE;
+  if (!ValidBlendArguments(pFirst, pFirstRect, pSecond, pSecondRect)) return ZMOS_ERR_NO_TEXTURE;
   const ZMOSRECT& r1 = *pFirstRect;
   const ZMOSRECT& r2 = *pSecondRect;
-  if (r1.lLeft < 0 || r1.lRight > pFirst->lWidth || r1.lLeft > r1.lRight || r2.lLeft < 0 ||
-      r2.lRight > pSecond->lWidth || r2.lLeft > r2.lRight)
-    return ZMOS_ERR_NO_TEXTURE;
-  if (pFirst->dwFormat != pSecond->dwFormat || pFirst->pPlane[0] == nullptr ||
-      pSecond->pPlane[0] == nullptr)
-    return ZMOS_ERR_NO_TEXTURE;
   const std::int64_t h64 = std::int64_t{r1.lBottom} - r1.lTop;
   const std::int32_t w = r1.lRight - r1.lLeft;
   if (h64 < 1 || w < 1) return ZMOS_OK;
@@ -233,28 +212,18 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
     ZMOSReleaseBlendTable();
     return ZMOS_OK;
   }
-  auto* path = static_cast<std::int32_t*>(MMemAlloc(hMemMgr, (w + 1) * 4));
-  const std::int64_t map_bytes = std::int64_t{w} * (h + 1);
-  auto* map =
-      map_bytes <= INT32_MAX
-          ? static_cast<std::uint8_t*>(MMemAlloc(hMemMgr, static_cast<std::int32_t>(map_bytes)))
-          : nullptr;
-  // Work memory is given back on every path; the table stays installed on failures.
-  auto finish = [&](std::int32_t res) {
-    MMemFree(hMemMgr, path);
-    MMemFree(hMemMgr, map);
-    if (res == 0) ZMOSReleaseBlendTable();
-    return res;
-  };
-  if (path == nullptr || map == nullptr) return finish(ZMOS_ERR_NO_MEMORY);
+  BlendWork work(hMemMgr, w + 1, std::int64_t{w} * (h + 1));
+  if (!work.ok()) return work.Finish(ZMOS_ERR_NO_MEMORY);
+  std::int32_t* path = work.path;
 
   if (h > g_BlendTableWidth + kSeamSearchMargin) {
-    ComputeLumaDiffMap(pFirst, pSecond, pFirstRect, &pSecondRect->lLeft, map);
+    ComputeLumaDiffMap(pFirst, pSecond, pFirstRect, &pSecondRect->lLeft, work.map);
+    const std::uint8_t* map = work.map;
     const std::int32_t res = SeamSearch(
         path, h, w,
         [&](std::int32_t row, std::int32_t col) { return map[std::int64_t{row} * w + col]; },
         hMemMgr);
-    if (res != 0) return finish(res);
+    if (res != 0) return work.Finish(res);
   } else {
     std::fill(path, path + w, (h - 1) / 2);
   }
@@ -293,7 +262,7 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   } else if (semi) {
     res = InterleavedChromaT2B(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr);
   }
-  return finish(res);
+  return work.Finish(res);
 }
 
 }  // extern "C"

@@ -52,28 +52,43 @@ ChromaOverlap PlanarChromaOverlap(const ZMOSIMAGE& first, const ZMOSRECT* first_
   ChromaOverlap o{};
   o.half_cols = info && info->chroma_half_width;
   o.half_rows = info && info->chroma_half_height;
-  std::int64_t left = r.lLeft, top = r.lTop;
-  std::int64_t cols = std::int64_t{r.lRight} - r.lLeft, rows = std::int64_t{r.lBottom} - r.lTop;
-  if (o.half_cols) {
-    left += left & 1;
-    o.col1 = left / 2;
-    o.col2 = x / 2;
-    cols /= 2;
-  } else {
-    o.col1 = left;
-    o.col2 = x;
-  }
-  if (o.half_rows) {
-    top += top & 1;
-    o.row1 = top / 2;
-    o.row2 = y / 2;
-    rows /= 2;
-  } else {
-    o.row1 = top;
-    o.row2 = y;
-  }
+  // One direction: an odd first-image start is raised by one where it is halved.
+  auto place = [](bool half, std::int64_t start, std::int64_t second, std::int64_t extent,
+                  std::int64_t* pos1, std::int64_t* pos2) {
+    *pos1 = half ? (start + (start & 1)) / 2 : start;
+    *pos2 = half ? second / 2 : second;
+    return half ? extent / 2 : extent;
+  };
+  const std::int64_t cols =
+      place(o.half_cols, r.lLeft, x, std::int64_t{r.lRight} - r.lLeft, &o.col1, &o.col2);
+  const std::int64_t rows =
+      place(o.half_rows, r.lTop, y, std::int64_t{r.lBottom} - r.lTop, &o.row1, &o.row2);
   o.cols = static_cast<std::int32_t>(cols);
   o.rows = static_cast<std::int32_t>(rows);
+  return o;
+}
+
+InterleavedOverlap InterleavedChromaOverlap(const ZMOSIMAGE& first, const ZMOSRECT* first_rect,
+                                            const ZMOSRECT* second_rect) {
+  const ZMOSRECT r =
+      first_rect != nullptr ? *first_rect : ZMOSRECT{0, 0, first.lWidth, first.lHeight};
+  InterleavedOverlap o{};
+  o.left = r.lLeft;
+  o.x = second_rect != nullptr ? second_rect->lLeft : 0;
+  const std::int64_t y = second_rect != nullptr ? second_rect->lTop : 0;
+  o.width = std::int64_t{r.lRight} - r.lLeft;
+  o.height = std::int64_t{r.lBottom} - r.lTop;
+  if (first.dwFormat == 0x803) {
+    o.rows = o.height;
+    o.row1 = r.lTop;
+    o.row2 = y;
+  } else {
+    o.rows = o.height / 2;
+    o.row1 = (r.lTop + (r.lTop & 1)) / 2;
+    o.row2 = y / 2;
+  }
+  o.crosswise = (o.left & 1) && !(o.x & 1);
+  if (!(o.left & 1) && (o.x & 1)) --o.x;
   return o;
 }
 
@@ -82,6 +97,31 @@ std::int32_t* AllocTable(std::int32_t w, MHandle mem) {
   auto* table = static_cast<std::int32_t*>(MMemAlloc(mem, w * 4));
   if (table != nullptr && w > 0) FillBlendTable(table, w);
   return table;
+}
+
+bool ValidBlendArguments(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSIMAGE* second,
+                         const ZMOSRECT* r2) {
+  if (first == nullptr || r1 == nullptr || second == nullptr || r2 == nullptr) return false;
+  if (r1->lLeft < 0 || r1->lRight > first->lWidth || r1->lLeft > r1->lRight) return false;
+  if (r2->lLeft < 0 || r2->lRight > second->lWidth || r2->lLeft > r2->lRight) return false;
+  return first->dwFormat == second->dwFormat && first->pPlane[0] != nullptr &&
+         second->pPlane[0] != nullptr;
+}
+
+BlendWork::BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes) : mem_(mem) {
+  if (path_entries < 0 || path_entries >= INT32_MAX / 4 || map_bytes < 0 || map_bytes > INT32_MAX)
+    return;
+  path = static_cast<std::int32_t*>(MMemAlloc(mem, path_entries * 4));
+  map = static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)));
+}
+
+std::int32_t BlendWork::Finish(std::int32_t res) {
+  MMemFree(mem_, path);
+  MMemFree(mem_, map);
+  path = nullptr;
+  map = nullptr;
+  if (res == 0) ZMOSReleaseBlendTable();
+  return res;
 }
 
 }  // namespace lumivex::stitch
