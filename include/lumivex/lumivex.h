@@ -5,6 +5,7 @@
 #include "lumivex/engine.h"
 #include "lumivex/image.h"
 #include "lumivex/platform.h"
+#include "lumivex/select.h"
 #include "lumivex/stitch.h"
 #include "lumivex/track.h"
 

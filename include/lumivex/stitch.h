@@ -60,6 +60,35 @@ LUMIVEX_API int32_t BlendInterleavedChromaT2B(ZMOSIMAGE* pFirst, const ZMOSIMAGE
                                               const ZMOSRECT* pSecondRect, int32_t* plPath,
                                               int32_t lSide, MHandle hMemMgr);
 
+/* Direct image stitcher: the panorama canvas of one sweep. Kept frames are laid on it as
+ * strips; the overlap of each with what the canvas held is kept aside and blended in at
+ * the end. */
+typedef struct ZMOSDIRECTSTITCHER ZMOSDIRECTSTITCHER;
+
+/* lDirection as ZMOS_DIRECTION_*; lCapacity: the most frames that will be added. */
+LUMIVEX_API int32_t ZMOSCreateDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher,
+                                                      int32_t lWidth, int32_t lHeight,
+                                                      uint32_t dwFormat, int32_t lDirection,
+                                                      int32_t lCapacity, MHandle hMemMgr);
+/* plOffset: the frame's motion (x, y) since the last added frame. lOverlap: columns (rows)
+ * before the seam kept for blending; lSeam: the seam column (row) in the frame;
+ * lStripLength: columns (rows) after it laid on the canvas; bLast: the final frame. */
+LUMIVEX_API int32_t ZMOSAddImage_DIS(ZMOSDIRECTSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
+                                     const int32_t* plOffset, int32_t lOverlap, int32_t lSeam,
+                                     int32_t lStripLength, int32_t bLast);
+LUMIVEX_API int32_t ZMOSStitchBlendImage_DIS(ZMOSDIRECTSTITCHER* hStitcher);
+/* The part of the canvas that every frame covered. */
+LUMIVEX_API void ZMOSGetValidRect_DIS(ZMOSDIRECTSTITCHER* hStitcher, ZMOSRECT* pRect);
+/* The canvas itself (not a copy); it lives until the stitcher is fully released. */
+LUMIVEX_API void ZMOSGetResultImage_DIS(ZMOSDIRECTSTITCHER* hStitcher, ZMOSIMAGE** ppImage);
+/* Rows (horizontal sweeps) and columns (vertical sweeps) at which an unshifted frame lands
+ * on the canvas; 0 unless set, for callers that make the canvas taller or wider. */
+LUMIVEX_API void ZMOSSetCrossMargin_DIS(ZMOSDIRECTSTITCHER* hStitcher, int32_t lMarginY,
+                                        int32_t lMarginX);
+/* Frees the strips and rectangles, keeps the canvas. */
+LUMIVEX_API void ZMOSReleasePartialDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher);
+LUMIVEX_API void ZMOSReleaseDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher);
+
 LUMIVEX_EXTERN_C_END
 
 #endif /* LUMIVEX_STITCH_H_ */

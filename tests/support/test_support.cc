@@ -109,6 +109,34 @@ const Plane8* Photo() {
   return photo.get();
 }
 
+const ColourPlanes* ColourPhoto() {
+  static const std::unique_ptr<ColourPlanes> photo = []() -> std::unique_ptr<ColourPlanes> {
+    std::FILE* f = std::fopen(Setting("LUMIVEX_PHOTO_PPM", LUMIVEX_PHOTO_PPM), "rb");
+    if (f == nullptr) return nullptr;
+    int w = 0, h = 0, maxval = 0;
+    std::vector<std::uint8_t> rgb;
+    if (std::fscanf(f, "P6 %d %d %d", &w, &h, &maxval) == 3 && maxval == 255 &&
+        std::fgetc(f) != EOF && w > 0 && h > 0) {
+      rgb.resize(static_cast<std::size_t>(w) * h * 3);
+      if (std::fread(rgb.data(), 1, rgb.size(), f) != rgb.size()) rgb.clear();
+    }
+    std::fclose(f);
+    if (rgb.empty()) return nullptr;
+    auto out = std::make_unique<ColourPlanes>();
+    for (Plane8* p : {&out->y, &out->u, &out->v}) *p = Plane8{w, h, std::vector<std::uint8_t>(rgb.size() / 3)};
+    // BT.601 full range, Q16.
+    for (std::size_t i = 0; i < rgb.size() / 3; ++i) {
+      const int r = rgb[3 * i], g = rgb[3 * i + 1], b = rgb[3 * i + 2];
+      auto clamp = [](int v) { return static_cast<std::uint8_t>(std::clamp(v, 0, 255)); };
+      out->y.pixels[i] = clamp((19595 * r + 38470 * g + 7471 * b + 32768) >> 16);
+      out->u.pixels[i] = clamp(((-11059 * r - 21709 * g + 32768 * b + 32768) >> 16) + 128);
+      out->v.pixels[i] = clamp(((32768 * r - 27439 * g - 5329 * b + 32768) >> 16) + 128);
+    }
+    return out;
+  }();
+  return photo.get();
+}
+
 bool PhotoExpected() {
   std::FILE* f = std::fopen((DataDir() + "/mountain-360-5000x2500.jpg").c_str(), "rb");
   if (f != nullptr) std::fclose(f);
@@ -140,15 +168,11 @@ Plane8 SyntheticTexture(int width, int height, std::uint64_t seed) {
   return out;
 }
 
-Frame::Frame(const Plane8& src, int x, int y, int width, int height, std::uint32_t format,
-             int pitch_pad) {
+void Frame::Layout(std::uint32_t format, int width, int height, int pitch_pad) {
   const int pitch = width + pitch_pad;
   const std::size_t luma = static_cast<std::size_t>(pitch) * height;
   const std::size_t chroma = format == ZMOS_FORMAT_GREY ? 0 : luma / 2 + pitch;
   buffer_.assign(luma + chroma, 128);
-  for (int r = 0; r < height; ++r)
-    for (int c = 0; c < width; ++c)
-      buffer_[static_cast<std::size_t>(r) * pitch + c] = src.at(x + c, y + r);
   image_.dwFormat = format;
   image_.lWidth = width;
   image_.lHeight = height;
@@ -161,6 +185,36 @@ Frame::Frame(const Plane8& src, int x, int y, int width, int height, std::uint32
     image_.pPlane[1] = buffer_.data() + luma;
     image_.pPlane[2] = image_.pPlane[1] + luma / 4 + pitch;
     image_.lPitch[1] = image_.lPitch[2] = pitch / 2;
+  }
+}
+
+Frame::Frame(const Plane8& src, int x, int y, int width, int height, std::uint32_t format,
+             int pitch_pad) {
+  Layout(format, width, height, pitch_pad);
+  for (int r = 0; r < height; ++r)
+    for (int c = 0; c < width; ++c)
+      image_.pPlane[0][static_cast<std::size_t>(r) * image_.lPitch[0] + c] = src.at(x + c, y + r);
+}
+
+Frame::Frame(const ColourPlanes& src, int x, int y, int width, int height, std::uint32_t format,
+             int pitch_pad)
+    : Frame(src.y, x, y, width, height, format, pitch_pad) {
+  auto mean = [&](const Plane8& p, int cx, int cy) {
+    const int px = x + 2 * cx, py = y + 2 * cy;
+    return static_cast<std::uint8_t>(
+        (p.at(px, py) + p.at(px + 1, py) + p.at(px, py + 1) + p.at(px + 1, py + 1) + 2) / 4);
+  };
+  for (int cy = 0; cy < height / 2; ++cy) {
+    for (int cx = 0; cx < width / 2; ++cx) {
+      if (format == ZMOS_FORMAT_NV21) {
+        std::uint8_t* row = image_.pPlane[1] + static_cast<std::size_t>(cy) * image_.lPitch[1];
+        row[2 * cx] = mean(src.v, cx, cy);
+        row[2 * cx + 1] = mean(src.u, cx, cy);
+      } else if (format == ZMOS_FORMAT_I420) {
+        image_.pPlane[1][static_cast<std::size_t>(cy) * image_.lPitch[1] + cx] = mean(src.u, cx, cy);
+        image_.pPlane[2][static_cast<std::size_t>(cy) * image_.lPitch[2] + cx] = mean(src.v, cx, cy);
+      }
+    }
   }
 }
 

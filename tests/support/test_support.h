@@ -95,6 +95,13 @@ const Plane8* Photo();
 // the build rather than a reason to skip.
 bool PhotoExpected();
 
+// The test photograph at half size (2500 x 1250) in full-resolution Y, U and V planes
+// (BT.601, full range), decoded at build time into LUMIVEX_PHOTO_PPM; null when missing.
+struct ColourPlanes {
+  Plane8 y, u, v;
+};
+const ColourPlanes* ColourPhoto();
+
 // Smooth random texture (sum of soft blobs at several scales), reproducible everywhere.
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed);
 
@@ -104,10 +111,15 @@ class Frame {
  public:
   Frame(const Plane8& src, int x, int y, int width, int height,
         std::uint32_t format = ZMOS_FORMAT_NV21, int pitch_pad = 0);
+  // With real chroma: each 2 x 2 block of the frame averages the photo's samples, on the
+  // frame's own grid, as a camera's would.
+  Frame(const ColourPlanes& src, int x, int y, int width, int height,
+        std::uint32_t format = ZMOS_FORMAT_NV21, int pitch_pad = 0);
   ZMOSIMAGE* get() { return &image_; }
   const ZMOSIMAGE* get() const { return &image_; }
 
  private:
+  void Layout(std::uint32_t format, int width, int height, int pitch_pad);
   std::vector<std::uint8_t> buffer_;
   ZMOSIMAGE image_{};
 };

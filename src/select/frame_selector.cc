@@ -1,0 +1,228 @@
+// Frame selector: keeps a frame once the camera has travelled a strip's worth along the
+// sweep since the last kept frame, and flags travel that is too fast or goes wrong.
+#include "src/select/frame_selector.h"
+
+#include <cstdint>
+
+namespace lumivex::select {
+
+Accumulators g_SelectorTravel = {};
+Accumulators g_SingleSelectorTravel = {};
+
+namespace {
+bool Horizontal(std::int32_t direction) {
+  return direction == 0 || direction == 1;
+}
+
+// Strictly inside (2 - quarter, quarter - 2).
+bool InBand(std::int32_t v, std::int32_t quarter) {
+  return 2 - quarter < v && v < quarter - 2;
+}
+
+}  // namespace
+
+std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::int32_t w4,
+                    std::int32_t h4) {
+  const std::int32_t x = acc.x, y = acc.y;
+  // Along the sweep, forward positive; a jump back right after a large step (70 % of the
+  // strip) on the first frame after a keep reads as too fast rather than as a reversal.
+  std::int32_t along = 0, last_along = 0, cross = 0, quarter = 0;
+  switch (s.lDirection) {
+    case 0:
+      along = x, last_along = s.lLastX, cross = y, quarter = h4;
+      break;
+    case 1:
+      along = -x, last_along = -s.lLastX, cross = y, quarter = h4;
+      break;
+    case 2:
+      along = y, cross = x, quarter = w4;
+      break;
+    case 3:
+      along = -y, cross = x, quarter = w4;
+      break;
+    default:
+      return ZMOS_SELECT_NONE;
+  }
+  std::int32_t status = ZMOS_SELECT_NONE;
+  if (along > s.lMinStep) status = ZMOS_SELECT_KEEP;
+  if (along < -s.lMaxBack) {
+    const bool jump_back = Horizontal(s.lDirection) && acc.n == 1 &&
+                           std::int64_t{last_along} * 10 >= std::int64_t{s.lMaxStep} * 7;
+    status = jump_back ? ZMOS_SELECT_TOO_FAST : ZMOS_SELECT_WRONG;
+  }
+  if (!InBand(cross, quarter)) status = ZMOS_SELECT_WRONG;
+  if (along > s.lMaxStep) status = ZMOS_SELECT_TOO_FAST;
+  return status;
+}
+
+std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc) {
+  const bool horizontal = Horizontal(s.lDirection);
+  if (s.lDirection < 0 || s.lDirection > 3) return ZMOS_SELECT_NONE;
+  const std::int32_t forward = s.lDirection == 0 || s.lDirection == 2 ? 1 : -1;
+  const std::int32_t along = forward * (horizontal ? acc.x : acc.y);
+  std::int32_t status = ZMOS_SELECT_NONE;
+  if (along > s.lMinStep) status = ZMOS_SELECT_KEEP;
+  if (along < -s.lMaxBack) status = ZMOS_SELECT_WRONG;
+  if (horizontal && (acc.y < -43 || acc.y >= 44)) status = ZMOS_SELECT_WRONG;
+  if (along > s.lMaxStep) status = ZMOS_SELECT_TOO_FAST;
+  return status;
+}
+
+namespace {
+
+// Reports the travel, then either restarts it (first four frames after a keep, measured
+// against the kept frame itself) or moves the trackers' reference to this frame.
+template <typename Swap>
+void Conclude(ZMOSFRAMESELECTOR& s, Accumulators& acc, std::int32_t status, std::int32_t* offset,
+              std::int32_t* status_out, Swap swap) {
+  offset[0] = s.lLastX = acc.x;
+  offset[1] = s.lLastY = acc.y;
+  s.lStatus = status;
+  *status_out = status;
+  if (acc.n < 5 && status != ZMOS_SELECT_KEEP) {
+    acc.x = acc.y = 0;
+    return;
+  }
+  swap();
+  if (status == ZMOS_SELECT_KEEP) acc.x = acc.y = acc.n = 0;
+}
+
+bool ValidFrames(const ZMOSIMAGE* frame, const ZMOSIMAGE* track, const std::int32_t* offset,
+                 const std::int32_t* status) {
+  return frame != nullptr && track != nullptr && offset != nullptr && status != nullptr &&
+         frame->lWidth > 0 && frame->lHeight > 0 && track->lWidth > 0 && track->lHeight > 0;
+}
+
+}  // namespace
+}  // namespace lumivex::select
+
+using namespace lumivex::select;
+
+extern "C" {
+
+int32_t ZMOSCreateFrameSelector_FS(ZMOSFRAMESELECTOR** phSelector, int32_t lMinStep,
+                                   int32_t lMaxBack, int32_t lStripWidth, int32_t lDirection,
+                                   MHandle hMemMgr) {
+  if (phSelector == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  *phSelector = nullptr;
+  auto* s = static_cast<ZMOSFRAMESELECTOR*>(MMemAlloc(hMemMgr, sizeof(ZMOSFRAMESELECTOR)));
+  if (s == nullptr) return ZMOS_ERR_NO_MEMORY;
+  MMemSet(s, 0, sizeof(ZMOSFRAMESELECTOR));
+  s->hMemMgr = hMemMgr;
+  s->lMinStep = lMinStep;
+  s->lMaxBack = lMaxBack;
+  s->lMaxStep = lDirection == 2 || lDirection == 3 ? lStripWidth - 10 : lStripWidth;
+  s->lDirection = lDirection;
+  *phSelector = s;
+  return ZMOS_OK;
+}
+
+void ZMOSReleaseFrameSelector_FS(ZMOSFRAMESELECTOR** phSelector) {
+  if (phSelector == nullptr || *phSelector == nullptr) return;
+  ZMOSFRAMESELECTOR* s = *phSelector;
+  ZMOSReleaseVideoTracker_PBM(&s->hTrackerRF);
+  ZMOSReleaseVideoTracker_PBM(&s->hTrackerFF);
+  MMemFree(s->hMemMgr, s);
+  *phSelector = nullptr;
+}
+
+int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
+                                    const ZMOSIMAGE* pTrackFrame, int32_t* plOffset,
+                                    int32_t* plStatus) {
+  if (hSelector == nullptr || !ValidFrames(pFrame, pTrackFrame, plOffset, plStatus))
+    return ZMOS_ERR_INVALID_PARAM;
+  ZMOSFRAMESELECTOR& s = *hSelector;
+  Accumulators& acc = g_SelectorTravel;
+  const std::int32_t w = pTrackFrame->lWidth, h = pTrackFrame->lHeight;
+  const std::int32_t big_w = pFrame->lWidth, big_h = pFrame->lHeight;
+  if (s.hTrackerRF == nullptr) {
+    const std::int32_t vertical = s.lDirection == 2 || s.lDirection == 3 ? 1 : 0;
+    acc = Accumulators{};
+    s.lLastX = s.lLastY = 0;
+    if (const std::int32_t res =
+            ZMOSCreateVideoTrackerRF_PBM(&s.hTrackerRF, big_w, big_h, vertical, s.hMemMgr);
+        res != 0)
+      return res;
+    if (const std::int32_t res =
+            ZMOSCreateVideoTrackerFF_PBM(&s.hTrackerFF, w, h, vertical, s.hMemMgr);
+        res != 0)
+      return res;
+    // Reference limits: a fixed 80 across a horizontal sweep, not derived from the strip.
+    if (vertical) {
+      ZMOSSetMaxOffet_PBM(s.hTrackerRF, 46, s.lMaxStep + 4);
+      ZMOSSetMaxOffet_PBM(s.hTrackerFF, w / 30, h / 8);
+    } else {
+      ZMOSSetMaxOffet_PBM(s.hTrackerRF, 80, 46);
+      ZMOSSetMaxOffet_PBM(s.hTrackerFF, w / 6, h / 30);
+    }
+  }
+  s.lStatus = ZMOS_SELECT_NONE;
+
+  // Prediction from the tracking image, scaled to the full frame.
+  std::int32_t predicted[2] = {0, 0};
+  ZMOSVideoTrackerRunFF_PBM(s.hTrackerFF, pTrackFrame, predicted);
+  const std::int32_t scale = big_w / w;
+  predicted[0] *= scale;
+  predicted[1] *= scale;
+  // A prediction far behind the last report along the sweep is not believed.
+  const std::int64_t limit = std::int64_t{s.lMaxStep} * 6;
+  switch (s.lDirection) {
+    case 0:
+      if ((std::int64_t{s.lLastX} - predicted[0]) * 10 > limit) predicted[0] = s.lLastX;
+      break;
+    case 1:
+      if ((std::int64_t{predicted[0]} - s.lLastX) * 10 > limit) predicted[0] = s.lLastX;
+      break;
+    case 2:
+      if ((std::int64_t{s.lLastY} - predicted[1]) * 10 > limit) predicted[1] = s.lLastY;
+      break;
+    case 3:
+      if ((std::int64_t{predicted[1]} - s.lLastY) * 10 > limit) predicted[1] = s.lLastY;
+      break;
+    default:
+      break;
+  }
+  const std::int32_t last[2] = {s.lLastX, s.lLastY};
+  const std::int32_t res = ZMOSVideoTrackerRunRF_PBM(s.hTrackerRF, pFrame, predicted, last);
+  acc.x += predicted[0];
+  acc.y += predicted[1];
+  acc.n += 1;
+  const std::int32_t status = Decide(s, acc, big_w >> 2, big_h >> 2);
+  Conclude(s, acc, status, plOffset, plStatus, [&] {
+    ZMOSVideoTrackerSwapRF_PBM(s.hTrackerRF, pFrame);
+    ZMOSVideoTrackerSwapFF_PBM(s.hTrackerFF, pTrackFrame);
+  });
+  return res;
+}
+
+int32_t ZMOSFrameSelectorRun_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
+                                const ZMOSIMAGE*, int32_t* plOffset, int32_t* plStatus) {
+  if (hSelector == nullptr || !ValidFrames(pFrame, pFrame, plOffset, plStatus))
+    return ZMOS_ERR_INVALID_PARAM;
+  ZMOSFRAMESELECTOR& s = *hSelector;
+  Accumulators& acc = g_SingleSelectorTravel;
+  if (s.hTrackerRF == nullptr) {
+    const std::int32_t vertical = s.lDirection == 2 || s.lDirection == 3 ? 1 : 0;
+    acc = Accumulators{};
+    if (const std::int32_t res = ZMOSCreateVideoTracker_PBM(&s.hTrackerRF, pFrame->lWidth,
+                                                            pFrame->lHeight, vertical, s.hMemMgr);
+        res != 0)
+      return res;
+    if (vertical) {
+      ZMOSSetMaxOffet_PBM(s.hTrackerRF, pFrame->lWidth / 40, s.lMaxStep + 8);
+    } else {
+      ZMOSSetMaxOffet_PBM(s.hTrackerRF, s.lMaxStep + 8, pFrame->lHeight / 20);
+    }
+  }
+  s.lStatus = ZMOS_SELECT_NONE;
+  std::int32_t measured[2] = {0, 0};
+  const std::int32_t res = ZMOSVideoTrackerRun_PBM(s.hTrackerRF, pFrame, measured);
+  acc.x += measured[0];
+  acc.y += measured[1];
+  acc.n += 1;
+  Conclude(s, acc, DecideSingle(s, acc), plOffset, plStatus,
+           [&] { ZMOSVideoTrackerSwap_PBM(s.hTrackerRF, pFrame); });
+  return res;
+}
+
+}  // extern "C"

@@ -1,0 +1,43 @@
+// The frame selector record and its process-wide accumulators.
+#ifndef LUMIVEX_SRC_SELECT_FRAME_SELECTOR_H_
+#define LUMIVEX_SRC_SELECT_FRAME_SELECTOR_H_
+
+#include <cstdint>
+
+#include "lumivex/select.h"
+#include "lumivex/track.h"
+
+struct ZMOSFRAMESELECTOR {
+  MHandle hMemMgr;
+  std::int32_t lMinStep;
+  std::int32_t lMaxBack;
+  std::int32_t lMaxStep;
+  ZMOSVideoTracker* hTrackerRF;
+  ZMOSVideoTracker* hTrackerFF;
+  std::int32_t lDirection;
+  std::int32_t lStatus;
+  std::int32_t lLastX;
+  std::int32_t lLastY;
+};
+
+namespace lumivex::select {
+
+// Travel since the last kept frame and frames since it, shared by every selector of the
+// process: one set for the two-tracker run, one for the single-tracker run.
+struct Accumulators {
+  std::int32_t x, y, n;
+  std::int32_t spare[2];
+};
+extern Accumulators g_SelectorTravel;
+extern Accumulators g_SingleSelectorTravel;
+
+// The status of a frame from the travel since the last kept frame (quarter frame sizes
+// w4, h4 bound the drift); the tests run in order and a later one overwrites an earlier.
+std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::int32_t w4,
+                    std::int32_t h4);
+// The single-tracker variant's rules: a fixed drift band, horizontal sweeps only.
+std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc);
+
+}  // namespace lumivex::select
+
+#endif  // LUMIVEX_SRC_SELECT_FRAME_SELECTOR_H_

@@ -1,0 +1,33 @@
+// The direct image stitcher record.
+#ifndef LUMIVEX_SRC_STITCH_DIRECT_STITCHER_H_
+#define LUMIVEX_SRC_STITCH_DIRECT_STITCHER_H_
+
+#include <cstdint>
+
+#include "lumivex/stitch.h"
+
+struct ZMOSDIRECTSTITCHER {
+  MHandle hMemMgr;
+  std::int32_t lCapacity;
+  std::int32_t lCount;
+  std::int32_t lMaxPosY;   // horizontal sweeps: largest downward cross offset
+  std::int32_t lMaxNegY;   // ... largest upward one, as a magnitude
+  std::int32_t lMaxPosX;   // vertical sweeps: rightward
+  std::int32_t lMaxNegX;   // ... leftward, as a magnitude
+  std::int32_t lPosition;  // canvas coordinate of the latest seam along the sweep
+  std::int32_t lCrossY;
+  std::int32_t lCrossX;
+  std::int32_t lMarginY;
+  std::int32_t lMarginX;
+  std::int32_t lCanvasHeight;
+  std::int32_t lCanvasWidth;
+  std::int32_t lDirection;
+  std::int32_t lContentEnd;
+  std::int32_t bFirstFrame;
+  ZMOSRECT* pOverlapRects;  // start of the block that also holds pStripRects
+  ZMOSRECT* pStripRects;
+  ZMOSIMAGE* pCanvas;
+  ZMOSIMAGE* pStrips;
+};
+
+#endif  // LUMIVEX_SRC_STITCH_DIRECT_STITCHER_H_
