@@ -201,7 +201,9 @@ TEST(FrameSelectorRules, DecisionTable) {
 }
 
 TEST(FrameSelectorRules, CreationAndArguments) {
-  test::WorkArena tiny(100);
+  test::WorkArena tiny(256);
+  while (MMemAlloc(tiny.handle(), 8) != nullptr) {
+  }
   ZMOSFRAMESELECTOR* s = reinterpret_cast<ZMOSFRAMESELECTOR*>(&tiny);
   EXPECT_EQ(ZMOSCreateFrameSelector_FS(&s, 7, 128, 60, 0, tiny.handle()), ZMOS_ERR_NO_MEMORY);
   EXPECT_EQ(s, nullptr);
