@@ -1,4 +1,5 @@
-/* Engine interface: the top-level capture operations and the version record. */
+/* Engine interface: the top-level capture operations, the sweep stitcher that owns one
+ * capture, the preview and the version record. */
 #ifndef LUMIVEX_ENGINE_H_
 #define LUMIVEX_ENGINE_H_
 
@@ -6,6 +7,7 @@
 
 #include "lumivex/export.h"
 #include "lumivex/image.h"
+#include "lumivex/platform.h"
 
 LUMIVEX_EXTERN_C_BEGIN
 
@@ -19,7 +21,83 @@ typedef struct ZMOSVERSION {
   char szCopyright[50];
 } ZMOSVERSION;
 
+/* Engine initialisation. The work buffer must outlive the engine; the engine never frees
+ * it. Frame sizes must be even; only the buffer, its size and the angle are used. */
+typedef struct ZMOSINITPARAM {
+  void* pWorkBuffer;
+  int32_t lWorkBufferSize;
+  int32_t lMaxAngle; /* full sweep angle in degrees; hosts pass 180 */
+  int32_t lFrameWidth;
+  int32_t lFrameHeight;
+  int32_t lTrackWidth;
+  int32_t lTrackHeight;
+} ZMOSINITPARAM;
+
+/* The sweep stitcher: the engine handle, one capture. */
+typedef struct ZMOSSWEEPSTITCHER ZMOSSWEEPSTITCHER;
+
+/* Accepted by ZMOS_Stitch for hosts that pass one; never called. */
+typedef int32_t (*ZMOSPROGRESSCALLBACK)(int32_t lProgress, void* pUserData);
+
+/* Engine API. */
 LUMIVEX_API int32_t ZMOS_GetVersion(ZMOSVERSION* pVersion);
+LUMIVEX_API int32_t ZMOS_Init(const ZMOSINITPARAM* pParam, ZMOSSWEEPSTITCHER** phEngine);
+/* One preview frame: pFrame is the full frame, pTrackFrame the image motion is tracked on
+ * (the frame itself, or a smaller copy). Outputs: plOffset (x, y) the sweep's travel in
+ * tracking-image pixels (y negated), *plKeptCount incremented when the frame was kept,
+ * plDirectionFlags four flags (directions 3, 2, 1, 0 in that order), *plAngle the
+ * progress in degrees, written when a frame was kept. Returns 0, 2, 4, 5, 0x7001 (sweep
+ * went wrong) or 0x7003 (too fast). */
+LUMIVEX_API int32_t ZMOS_SelectFrames(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame,
+                                      const ZMOSIMAGE* pTrackFrame, int32_t* plOffset,
+                                      int32_t* plKeptCount, int32_t* plDirectionFlags,
+                                      int32_t* plAngle);
+/* Draws the newly kept strip into the preview (created on the first kept frame, its
+ * record copied into *pUIImage); lScale is the reduction factor; plRect receives the
+ * preview rectangle drawn so far (left, top, right, bottom). */
+LUMIVEX_API int32_t ZMOS_UpdateUIImage(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame,
+                                       ZMOSIMAGE* pUIImage, int32_t lScale, int32_t* plRect);
+LUMIVEX_API int32_t ZMOS_UpdateUIImage2(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame,
+                                        ZMOSIMAGE* pUIImage, int32_t lScale, int32_t* plRect);
+/* Blends the kept strips and hands back the panorama record (its pixels stay in the work
+ * buffer until ZMOS_UnInit); a sweep that never moved yields the first frame. */
+LUMIVEX_API int32_t ZMOS_Stitch(ZMOSSWEEPSTITCHER* hEngine, ZMOSIMAGE* pResult,
+                                ZMOSPROGRESSCALLBACK pfnProgress);
+LUMIVEX_API int32_t ZMOS_UnInit(ZMOSSWEEPSTITCHER** phEngine);
+
+/* The sweep stitcher underneath, for hosts that drive it directly. */
+typedef struct ZMOSSWTPARAM {
+  void* pWorkBuffer;
+  int32_t lWorkBufferSize;
+  int32_t lMaxAngle;
+  int32_t lReserved1;
+  int32_t lReserved2;
+} ZMOSSWTPARAM;
+
+LUMIVEX_API int32_t ZMOSCreateSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher,
+                                                const ZMOSSWTPARAM* pParam, int32_t lBandCount,
+                                                void* pUnused);
+LUMIVEX_API void ZMOSReleaseSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher);
+LUMIVEX_API int32_t ZMOSSetDirection_SWT(ZMOSSWEEPSTITCHER* hStitcher, int32_t lDirection);
+LUMIVEX_API void ZMOSGetDirection_SWT(const ZMOSSWEEPSTITCHER* hStitcher, int32_t* plDirection);
+LUMIVEX_API void ZMOSCalculateAngle_SWT(const ZMOSSWEEPSTITCHER* hStitcher, int32_t* plAngle);
+LUMIVEX_API int32_t ZMOSIsResultNarrow_SWT(const ZMOSSWEEPSTITCHER* hStitcher);
+LUMIVEX_API void ZMOSGetResultImage(const ZMOSSWEEPSTITCHER* hStitcher, ZMOSIMAGE** ppImage);
+LUMIVEX_API void ZMOSGetResultImagesN(ZMOSSWEEPSTITCHER* hStitcher, ZMOSIMAGE*** pppImages,
+                                      int32_t* plCount);
+/* One frame of selection: status ZMOS_SELECT_*; *plFinish non-zero on entry forces the
+ * finished state, zero is replaced by it. */
+LUMIVEX_API int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
+                                        const ZMOSIMAGE* pTrackFrame, int32_t* plOffset,
+                                        int32_t* plStatus, int32_t* plFinish);
+LUMIVEX_API int32_t ZMOSImageStitcherRun_SWT(ZMOSSWEEPSTITCHER* hStitcher);
+LUMIVEX_API int32_t ZMOSUpdateUIImage(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
+                                      ZMOSIMAGE* pUIImage, int32_t lScale, int32_t* plRect);
+/* Nearest-sample reduction of a rectangle (null: the whole image, sizes rounded down to
+ * even) of a packed 4:2:2 or semi-planar image into a rectangle of another. */
+LUMIVEX_API int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect,
+                                    ZMOSIMAGE* pDst, const ZMOSRECT* pDstRect, int32_t lScaleX,
+                                    int32_t lScaleY, int32_t lFlag);
 
 LUMIVEX_EXTERN_C_END
 

@@ -47,6 +47,8 @@ struct alignas(kAlign) Arena {
   std::uint8_t* begin;  // first block
   Tag* sentinel;        // zero-sized used block closing the heap
   Tag* free_head;       // lowest-addressed free block
+  std::size_t used;     // bytes of used blocks, tags included
+  std::size_t peak;     // the most `used` has been
 };
 
 std::size_t SizeOf(const Tag* t) {
@@ -136,6 +138,8 @@ void* ArenaAlloc(Arena* a, std::int32_t size) {
       Unlink(a, t);
       SetSize(t, have, true);
     }
+    a->used += SizeOf(t);
+    if (a->used > a->peak) a->peak = a->used;
     return t + 1;
   }
   return nullptr;
@@ -159,6 +163,7 @@ void ArenaFree(Arena* a, void* p) {
   Tag* t = OwnedBlock(a, p);
   if (t == nullptr) return;
   std::size_t size = SizeOf(t);
+  a->used -= size;
   Tag* next = Next(t);
   if (!IsUsed(next)) {
     Unlink(a, next);
@@ -206,7 +211,9 @@ bool CheckHeap(MHandle mgr, MemStats* stats) {
     prev_size = size;
     t = Next(t);
   }
-  return expected_free == nullptr && a->sentinel->prev_size == prev_size && IsUsed(a->sentinel);
+  stats->peak_used = a->peak;
+  return expected_free == nullptr && a->sentinel->prev_size == prev_size && IsUsed(a->sentinel) &&
+         a->used == stats->capacity - stats->free_bytes;
 }
 
 }  // namespace lumivex::platform

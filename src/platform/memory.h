@@ -14,6 +14,7 @@ struct MemStats {
   std::size_t largest_free = 0;  // largest payload a single request can get
   int free_blocks = 0;
   int used_blocks = 0;
+  std::size_t peak_used = 0;  // most bytes in use at once since creation
 };
 
 // Walks every block and checks the boundary tags and the free list against each

@@ -123,7 +123,8 @@ const ColourPlanes* ColourPhoto() {
     std::fclose(f);
     if (rgb.empty()) return nullptr;
     auto out = std::make_unique<ColourPlanes>();
-    for (Plane8* p : {&out->y, &out->u, &out->v}) *p = Plane8{w, h, std::vector<std::uint8_t>(rgb.size() / 3)};
+    for (Plane8* p : {&out->y, &out->u, &out->v})
+      *p = Plane8{w, h, std::vector<std::uint8_t>(rgb.size() / 3)};
     // BT.601 full range, Q16.
     for (std::size_t i = 0; i < rgb.size() / 3; ++i) {
       const int r = rgb[3 * i], g = rgb[3 * i + 1], b = rgb[3 * i + 2];
@@ -193,7 +194,8 @@ Frame::Frame(const Plane8& src, int x, int y, int width, int height, std::uint32
   Layout(format, width, height, pitch_pad);
   for (int r = 0; r < height; ++r)
     for (int c = 0; c < width; ++c)
-      image_.pPlane[0][static_cast<std::size_t>(r) * image_.lPitch[0] + c] = src.at(x + c, y + r);
+      image_.pPlane[0][static_cast<std::size_t>(r) * image_.lPitch[0] + c] =
+          src.clamped(x + c, y + r);
 }
 
 Frame::Frame(const ColourPlanes& src, int x, int y, int width, int height, std::uint32_t format,
@@ -201,8 +203,9 @@ Frame::Frame(const ColourPlanes& src, int x, int y, int width, int height, std::
     : Frame(src.y, x, y, width, height, format, pitch_pad) {
   auto mean = [&](const Plane8& p, int cx, int cy) {
     const int px = x + 2 * cx, py = y + 2 * cy;
-    return static_cast<std::uint8_t>(
-        (p.at(px, py) + p.at(px + 1, py) + p.at(px, py + 1) + p.at(px + 1, py + 1) + 2) / 4);
+    return static_cast<std::uint8_t>((p.clamped(px, py) + p.clamped(px + 1, py) +
+                                      p.clamped(px, py + 1) + p.clamped(px + 1, py + 1) + 2) /
+                                     4);
   };
   for (int cy = 0; cy < height / 2; ++cy) {
     for (int cx = 0; cx < width / 2; ++cx) {
@@ -211,8 +214,10 @@ Frame::Frame(const ColourPlanes& src, int x, int y, int width, int height, std::
         row[2 * cx] = mean(src.v, cx, cy);
         row[2 * cx + 1] = mean(src.u, cx, cy);
       } else if (format == ZMOS_FORMAT_I420) {
-        image_.pPlane[1][static_cast<std::size_t>(cy) * image_.lPitch[1] + cx] = mean(src.u, cx, cy);
-        image_.pPlane[2][static_cast<std::size_t>(cy) * image_.lPitch[2] + cx] = mean(src.v, cx, cy);
+        image_.pPlane[1][static_cast<std::size_t>(cy) * image_.lPitch[1] + cx] =
+            mean(src.u, cx, cy);
+        image_.pPlane[2][static_cast<std::size_t>(cy) * image_.lPitch[2] + cx] =
+            mean(src.v, cx, cy);
       }
     }
   }

@@ -85,6 +85,10 @@ struct Plane8 {
   int height = 0;
   std::vector<std::uint8_t> pixels;
   std::uint8_t at(int x, int y) const { return pixels[static_cast<std::size_t>(y) * width + x]; }
+  // Outside the picture the nearest edge sample.
+  std::uint8_t clamped(int x, int y) const {
+    return at(x < 0 ? 0 : x >= width ? width - 1 : x, y < 0 ? 0 : y >= height ? height - 1 : y);
+  }
 };
 
 // The luma of the 5000 x 2500 test photograph (decoded at build time into the file

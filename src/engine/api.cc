@@ -1,0 +1,102 @@
+// The engine API: thin argument checks over the sweep stitcher, the translation of
+// selection statuses into result codes and of the direction into four flags.
+#include <cstring>
+
+#include "src/engine/sweep_stitcher.h"
+
+namespace {
+
+void PutText(char (&field)[50], const char* text) {
+  std::memset(field, 0, sizeof(field));
+  std::strncpy(field, text, sizeof(field) - 1);
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t ZMOS_GetVersion(ZMOSVERSION* pVersion) {
+  if (pVersion == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  pVersion->lMajor = 2;
+  pVersion->lMinor = 3;
+  pVersion->lBuild = 12019;
+  pVersion->lRevision = 61;
+  PutText(pVersion->szVersion, "Velqor_Lumivex_2.3.12019.61");
+  PutText(pVersion->szDate, "06/20/2013");
+  PutText(pVersion->szCopyright, "Copyright (c) 2013 Velqor. All rights reserved.");
+  return ZMOS_OK;
+}
+
+int32_t ZMOS_Init(const ZMOSINITPARAM* pParam, ZMOSSWEEPSTITCHER** phEngine) {
+  if (pParam == nullptr || phEngine == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (pParam->pWorkBuffer == nullptr || pParam->lWorkBufferSize < 1 || (pParam->lFrameWidth & 1) ||
+      (pParam->lFrameHeight & 1) || (pParam->lTrackWidth & 1) || (pParam->lTrackHeight & 1))
+    return ZMOS_ERR_INVALID_PARAM;
+  ZMOSVERSION scratch;
+  ZMOS_GetVersion(&scratch);
+  const ZMOSSWTPARAM swt{pParam->pWorkBuffer, pParam->lWorkBufferSize, pParam->lMaxAngle, 0, 0};
+  return ZMOSCreateSweepStitcher_SWT(phEngine, &swt, 1, nullptr);
+}
+
+int32_t ZMOS_SelectFrames(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame,
+                          const ZMOSIMAGE* pTrackFrame, int32_t* plOffset, int32_t* plKeptCount,
+                          int32_t* plDirectionFlags, int32_t* plAngle) {
+  if (hEngine == nullptr || pFrame == nullptr || pTrackFrame == nullptr || plOffset == nullptr ||
+      plKeptCount == nullptr || plDirectionFlags == nullptr || plAngle == nullptr)
+    return ZMOS_ERR_INVALID_PARAM;
+  // This API never forces the end of a sweep; an inactive stitcher writes no status.
+  std::int32_t status = ZMOS_SELECT_NONE, finish = 0;
+  const std::int32_t res =
+      ZMOSSelectFrame_SWT(hEngine, pFrame, pTrackFrame, plOffset, &status, &finish);
+  if (res != 0) return res;
+  std::int32_t code = ZMOS_OK;
+  switch (status) {
+    case ZMOS_SELECT_TOO_FAST:
+      code = ZMOS_ERR_TOO_FAST;
+      break;
+    case ZMOS_SELECT_KEEP:
+      ++*plKeptCount;
+      ZMOSCalculateAngle_SWT(hEngine, plAngle);
+      break;
+    case ZMOS_SELECT_WRONG:
+      code = ZMOS_ERR_SWEEP_WRONG;
+      break;
+    default:
+      break;
+  }
+  // Flags in the order of directions 3, 2, 1, 0.
+  for (int i = 0; i < 4; ++i) plDirectionFlags[i] = 0;
+  std::int32_t direction = ZMOS_DIRECTION_UNKNOWN;
+  ZMOSGetDirection_SWT(hEngine, &direction);
+  if (direction >= 0 && direction <= 3) plDirectionFlags[3 - direction] = 1;
+  return code;
+}
+
+int32_t ZMOS_UpdateUIImage(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame, ZMOSIMAGE* pUIImage,
+                           int32_t lScale, int32_t* plRect) {
+  if (hEngine == nullptr || pFrame == nullptr || pUIImage == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  return ZMOSUpdateUIImage(hEngine, pFrame, pUIImage, lScale, plRect);
+}
+
+int32_t ZMOS_UpdateUIImage2(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame,
+                            ZMOSIMAGE* pUIImage, int32_t lScale, int32_t* plRect) {
+  return ZMOS_UpdateUIImage(hEngine, pFrame, pUIImage, lScale, plRect);
+}
+
+int32_t ZMOS_Stitch(ZMOSSWEEPSTITCHER* hEngine, ZMOSIMAGE* pResult, ZMOSPROGRESSCALLBACK) {
+  if (hEngine == nullptr || pResult == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (const std::int32_t res = ZMOSImageStitcherRun_SWT(hEngine); res != 0) return res;
+  ZMOSIMAGE** images = nullptr;
+  std::int32_t count = 0;
+  ZMOSGetResultImagesN(hEngine, &images, &count);
+  // The record only: the pixels stay in the work buffer until ZMOS_UnInit.
+  if (images != nullptr && count > 0 && images[0] != nullptr) *pResult = *images[0];
+  return ZMOS_OK;
+}
+
+int32_t ZMOS_UnInit(ZMOSSWEEPSTITCHER** phEngine) {
+  ZMOSReleaseSweepStitcher_SWT(phEngine);
+  return ZMOS_OK;
+}
+
+}  // extern "C"

@@ -1,0 +1,237 @@
+// The live preview: a reduced copy of the canvas, grey until strips arrive, into which
+// each newly kept frame's strip is drawn where it lands.
+#include <algorithm>
+#include <cstdint>
+
+#include "src/engine/sweep_stitcher.h"
+
+namespace lumivex::engine {
+namespace {
+
+constexpr std::int32_t Even(std::int32_t v) {
+  return v / 2 * 2;
+}
+
+bool PreviewFormat(std::uint32_t f) {
+  return f == 0x501 || f == 0x801 || f == 0x802;
+}
+
+// Nearest-sample access to the luma and chroma of the formats the preview handles.
+struct Sampler {
+  const ZMOSIMAGE& img;
+
+  bool packed() const { return img.dwFormat == 0x501 || img.dwFormat == 0x502; }
+  std::uint8_t Luma(std::int32_t x, std::int32_t y) const {
+    const std::uint8_t* row = img.pPlane[0] + std::int64_t{y} * img.lPitch[0];
+    return packed() ? row[2 * x] : row[x];
+  }
+  // (U, V) of the chroma sample that pixel (x, y) uses.
+  void Chroma(std::int32_t x, std::int32_t y, std::uint8_t* u, std::uint8_t* v) const {
+    if (packed()) {
+      const std::uint8_t* pair = img.pPlane[0] + std::int64_t{y} * img.lPitch[0] + 4 * (x / 2);
+      // 0x501 carries U then V, 0x502 V then U.
+      *u = img.dwFormat == 0x501 ? pair[1] : pair[3];
+      *v = img.dwFormat == 0x501 ? pair[3] : pair[1];
+      return;
+    }
+    const std::int32_t row = img.dwFormat == 0x803 ? y : y / 2;
+    const std::uint8_t* pair = img.pPlane[1] + std::int64_t{row} * img.lPitch[1] + 2 * (x / 2);
+    // NV21 (0x802) orders its chroma V, U; 0x801 and 0x803 U, V.
+    *u = img.dwFormat == 0x802 ? pair[1] : pair[0];
+    *v = img.dwFormat == 0x802 ? pair[0] : pair[1];
+  }
+};
+
+bool Sampleable(const ZMOSIMAGE& img) {
+  const std::uint32_t f = img.dwFormat;
+  if (img.pPlane[0] == nullptr) return false;
+  if (f == 0x501 || f == 0x502) return true;
+  return (f >= 0x801 && f <= 0x803) && img.pPlane[1] != nullptr;
+}
+
+}  // namespace
+}  // namespace lumivex::engine
+
+using namespace lumivex::engine;
+
+extern "C" {
+
+int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMAGE* pDst,
+                        const ZMOSRECT* pDstRect, int32_t lScaleX, int32_t lScaleY, int32_t) {
+  if (pSrc == nullptr || pDst == nullptr || lScaleX < 1 || lScaleY < 1)
+    return ZMOS_ERR_INVALID_PARAM;
+  const ZMOSRECT s =
+      pSrcRect != nullptr ? *pSrcRect : ZMOSRECT{0, 0, Even(pSrc->lWidth), Even(pSrc->lHeight)};
+  const ZMOSRECT d =
+      pDstRect != nullptr ? *pDstRect : ZMOSRECT{0, 0, Even(pDst->lWidth), Even(pDst->lHeight)};
+  if (d.lBottom - d.lTop < 1) return ZMOS_OK;
+  if (!Sampleable(*pSrc) || !Sampleable(*pDst)) return ZMOS_ERR_UNSUPPORTED_FORMAT;
+  const Sampler src{*pSrc};
+  const Sampler dst{*pDst};
+  // Only what lies inside both images is drawn.
+  const std::int32_t x0 = std::max(d.lLeft, 0), y0 = std::max(d.lTop, 0);
+  const std::int32_t x1 = std::min(d.lRight, Even(pDst->lWidth));
+  const std::int32_t y1 = std::min(d.lBottom, Even(pDst->lHeight));
+  auto source = [&](std::int32_t tx, std::int32_t ty, std::int32_t* sx, std::int32_t* sy) {
+    *sx = s.lLeft + (tx - d.lLeft) * lScaleX;
+    *sy = s.lTop + (ty - d.lTop) * lScaleY;
+    return *sx >= 0 && *sy >= 0 && *sx < pSrc->lWidth && *sy < pSrc->lHeight;
+  };
+  for (std::int32_t ty = y0; ty < y1; ++ty) {
+    std::uint8_t* drow = pDst->pPlane[0] + std::int64_t{ty} * pDst->lPitch[0];
+    for (std::int32_t tx = x0; tx < x1; ++tx) {
+      std::int32_t sx, sy;
+      if (!source(tx, ty, &sx, &sy)) continue;
+      const std::uint8_t y = src.Luma(sx, sy);
+      if (dst.packed()) {
+        drow[2 * tx] = y;
+        // Each target pixel pair takes the chroma of its first pixel's source sample.
+        if ((tx & 1) == 0) {
+          std::uint8_t u, v;
+          src.Chroma(sx, sy, &u, &v);
+          drow[2 * tx + 1] = pDst->dwFormat == 0x501 ? u : v;
+          if (tx + 1 < Even(pDst->lWidth)) drow[2 * tx + 3] = pDst->dwFormat == 0x501 ? v : u;
+        }
+      } else {
+        drow[tx] = y;
+      }
+    }
+  }
+  if (dst.packed()) return ZMOS_OK;
+  // Chroma of the semi-planar target: one pair per 2 x 2 block (2 x 1 for 0x803).
+  const bool full_rows = pDst->dwFormat == 0x803;
+  for (std::int32_t ty = y0; ty < y1; ty += full_rows ? 1 : 2) {
+    if (!full_rows && (ty & 1)) ++ty;
+    if (ty >= y1) break;
+    std::uint8_t* crow = pDst->pPlane[1] + std::int64_t{full_rows ? ty : ty / 2} * pDst->lPitch[1];
+    for (std::int32_t tx = x0 + (x0 & 1); tx < x1; tx += 2) {
+      std::int32_t sx, sy;
+      if (!source(tx, ty, &sx, &sy)) continue;
+      std::uint8_t u, v;
+      src.Chroma(sx, sy, &u, &v);
+      crow[tx] = pDst->dwFormat == 0x802 ? v : u;
+      crow[tx + 1] = pDst->dwFormat == 0x802 ? u : v;
+    }
+  }
+  return ZMOS_OK;
+}
+
+int32_t ZMOSUpdateUIImage(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
+                          ZMOSIMAGE* pUIImage, int32_t lScale, int32_t* plRect) {
+  if (hStitcher == nullptr || pFrame == nullptr || pUIImage == nullptr)
+    return ZMOS_ERR_INVALID_PARAM;
+  ZMOSSWEEPSTITCHER& st = *hStitcher;
+  if (st.lDirection == ZMOS_DIRECTION_UNKNOWN || !st.bNewStrip || !st.bActive) return ZMOS_OK;
+  if (!PreviewFormat(pUIImage->dwFormat)) return ZMOS_ERR_UNSUPPORTED_FORMAT;
+  if (lScale < 1 || pFrame->lWidth <= 0 || pFrame->lHeight <= 0) return ZMOS_ERR_INVALID_PARAM;
+  const std::int32_t s = lScale;
+  const std::int32_t fw = pFrame->lWidth, fh = pFrame->lHeight;
+  std::int32_t r = std::max(st.lFrameWidth / fw, st.lFrameHeight / fh);
+  if (r == 0) r = 1;
+  const std::int32_t ss = st.lStripStart, se = st.lStripEnd, m = st.lMainOffset;
+  ZMOSRECT& pr = st.PreviewRect;
+  ZMOSRECT d{}, src{};
+
+  if (st.lKeptCount == 1) {
+    if (st.pPreview == nullptr) {
+      if (const std::int32_t res =
+              ZMOSCreateImage_AOD(&st.pPreview, Even(st.lPanoWidth / r / s),
+                                  Even(st.lPanoHeight / r / s), pUIImage->dwFormat, st.hMemMgr);
+          res != 0)
+        return res;
+    }
+    ZMOSIMAGE& p = *st.pPreview;
+    *pUIImage = p;
+    if (p.dwFormat == 0x501) {
+      for (std::int32_t y = 0; y < p.lHeight; ++y)
+        for (std::int32_t x = 0; x < p.lWidth; ++x) {
+          p.pPlane[0][std::int64_t{y} * p.lPitch[0] + 2 * x] = 40;
+          p.pPlane[0][std::int64_t{y} * p.lPitch[0] + 2 * x + 1] = 128;
+        }
+    } else {
+      MMemSet(p.pPlane[0], 40, p.lHeight * p.lPitch[0]);
+      MMemSet(p.pPlane[1], 128, p.lHeight / 2 * p.lPitch[1]);
+    }
+  }
+  const std::int32_t pw = st.pPreview != nullptr ? st.pPreview->lWidth : 0;
+  const std::int32_t ph = st.pPreview != nullptr ? st.pPreview->lHeight : 0;
+
+  if (st.lKeptCount == 1) {
+    // The first frame's part before the cut fills the preview's starting edge.
+    switch (st.lDirection) {
+      case 0:
+        d = {0, 0, Even(ss / r / s), Even(ph)};
+        src = {0, 0, s * d.lRight, s * Even(ph)};
+        break;
+      case 1:
+        d = {Even(pw + 1 - ss / r / s), 0, Even(pw), Even(ph)};
+        src.lLeft = Even(fw - ss / r);
+        src = {src.lLeft, 0, src.lLeft + s * (d.lRight - d.lLeft), s * Even(ph)};
+        break;
+      case 2:
+        d = {0, 0, Even(pw), Even(ss / r / s)};
+        src = {0, 0, s * Even(pw), s * d.lBottom};
+        break;
+      default:
+        d = {0, Even(ph + 1 - ss / r / s), Even(pw), Even(ph)};
+        src.lTop = Even(fh - ss / r);
+        src = {0, src.lTop, s * Even(pw), src.lTop + s * (d.lBottom - d.lTop)};
+        break;
+    }
+    pr = d;
+  } else {
+    const bool last = st.bFinished == 1;
+    const std::int32_t e = (m + ss) / r / s;  // canvas reach, in preview pixels
+    switch (st.lDirection) {
+      case 0:
+        d = {Even(pr.lRight), 0, last ? Even(pw) : Even(e), ph};
+        src.lLeft = Even((se - st.lLastDx) / r);
+        src = {src.lLeft, 0, src.lLeft + s * (d.lRight - d.lLeft), s * ph};
+        pr.lRight = d.lRight;
+        break;
+      case 1:
+        if (last) {
+          d = {0, 0, Even(pr.lLeft + 1), ph};
+          src = {0, 0, s * d.lRight, s * ph};
+        } else {
+          d = {Even(pw + 1 - e), 0, Even(pr.lLeft + 1), ph};
+          src.lLeft = Even(se / r);
+          src = {src.lLeft, 0, src.lLeft + s * (d.lRight - d.lLeft), s * ph};
+        }
+        pr.lLeft = d.lLeft;
+        break;
+      case 2:
+        d = {0, Even(pr.lBottom), pw, last ? Even(ph + 1) : Even(e)};
+        src.lTop = Even((se - st.lLastDy) / r);
+        src = {0, src.lTop, s * pw, src.lTop + s * (d.lBottom - d.lTop)};
+        pr.lBottom = d.lBottom;
+        break;
+      default:
+        if (last) {
+          d = {0, 0, pw, Even(pr.lTop + 1)};
+          src = {0, 0, s * pw, s * d.lBottom};
+        } else {
+          d = {0, Even(ph + 1 - e), pw, Even(pr.lTop + 1)};
+          src.lTop = Even(se / r);
+          src = {0, src.lTop, s * pw, src.lTop + s * (d.lBottom - d.lTop)};
+        }
+        pr.lTop = d.lTop;
+        break;
+    }
+  }
+  src.lRight = std::min(src.lRight, fw);
+  src.lBottom = std::min(src.lBottom, fh);
+  // Drawn into the engine's own record: the caller's is a view of the same pixels.
+  ZMOSIMAGE* target = st.pPreview != nullptr ? st.pPreview : pUIImage;
+  const std::int32_t res = DownSampleImage(pFrame, &src, target, &d, s, s, 0);
+  if (plRect != nullptr) {
+    plRect[0] = pr.lLeft;
+    plRect[1] = pr.lTop;
+    plRect[2] = pr.lRight;
+    plRect[3] = pr.lBottom;
+  }
+  st.bNewStrip = 0;
+  return res;
+}
+
+}  // extern "C"

@@ -1,0 +1,272 @@
+// Sweep frame selection: detects the sweep direction, lays out the canvas on the frame
+// that finds it, then keeps frames as the frame selector decides, adds them to the
+// canvas, watches for drift and motion on the wrong axis, and decides when the sweep
+// is complete.
+#include <cstdint>
+#include <cstdlib>
+
+#include "src/engine/sweep_stitcher.h"
+
+namespace lumivex::engine {
+namespace {
+
+// The last scaled direction-detection offsets; recorded for diagnosis only.
+std::int32_t g_DetectX = 0, g_DetectY = 0;
+
+void Derive(ZMOSSWEEPSTITCHER& s, std::int32_t w) {
+  s.lMaxStep = w / 5;
+  s.lDirThreshold = w / 32;
+  s.lStep = w * 14 / 1280;
+  s.lStripWidth = (w * 120 / 1280) & ~1;
+  s.bDerived = 1;
+}
+
+// Runs while the direction is unknown; the detection tracker is never swapped, so each
+// offset is measured against the frame detection started on.
+std::int32_t DetectDirection(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const ZMOSIMAGE& track) {
+  const std::int32_t w = track.lWidth, h = track.lHeight;
+  std::int32_t f[2] = {0, 0};
+  if (s.hTracker == nullptr) {
+    if (const std::int32_t res = ZMOSCreateVideoTrackerFF_PBM(&s.hTracker, w, h, 0, s.hMemMgr);
+        res != 0)
+      return res;
+    ZMOSSetMaxOffet_PBM(s.hTracker, w / 10, h / 10);
+    g_DetectX = g_DetectY = 0;
+    return ZMOSVideoTrackerRunFF_PBM(s.hTracker, &track, f);
+  }
+  if (const std::int32_t res = ZMOSVideoTrackerRunFF_PBM(s.hTracker, &track, f); res != 0)
+    return res;
+  const std::int32_t big_w = frame.lWidth, t = s.lDirThreshold;
+  const auto sx = static_cast<std::int32_t>(std::int64_t{big_w} * f[0] / w);
+  const auto sy = static_cast<std::int32_t>(std::int64_t{big_w} * f[1] / w);
+  g_DetectX = sx;
+  g_DetectY = sy;
+  if (sx > t) {
+    s.lDirection = 0;
+  } else if (sx < -t) {
+    s.lDirection = 1;
+  } else if (sy > t) {
+    s.lDirection = 2;
+  } else if (sy < -t) {
+    s.lDirection = 3;
+  } else {
+    return ZMOSGetVideoTrackStatus_PBM(s.hTracker) == ZMOS_ERR_NO_TEXTURE ? ZMOS_ERR_NO_TEXTURE
+                                                                          : ZMOS_OK;
+  }
+  return ZMOS_OK;
+}
+
+// Canvas size, strip positions and cut positions for the detected direction.
+std::int32_t LayOut(ZMOSSWEEPSTITCHER& s) {
+  const bool horizontal = IsHorizontal(s.lDirection);
+  if (s.lDirection < 0 || s.lDirection > 3) return ZMOS_ERR_INVALID_PARAM;
+  const std::int32_t n = s.lBandCount;
+  std::int32_t length = 0;
+  if (n == 1) {
+    // Three frame widths for 180 degrees, the frame width also for vertical sweeps.
+    const auto f = static_cast<float>(s.lMaxAngle * 6.0 / 360.0);
+    length = static_cast<std::int32_t>(static_cast<float>(s.lFrameWidth) * f) & ~3;
+  } else if (horizontal) {
+    length = static_cast<std::int32_t>(
+                 static_cast<double>(static_cast<float>(s.lFrameWidth) * 2.6f) + 0.5) &
+             ~3;
+  } else {
+    length = (2 * s.lFrameWidth) & ~3;
+  }
+  s.lPanoWidth = horizontal ? length : s.lFrameWidth;
+  s.lPanoHeight = horizontal ? s.lFrameHeight : length;
+  s.lMaxKeptFrames = s.lStep > 0 ? length / s.lStep : 0;
+
+  const std::int32_t size = horizontal ? s.lFrameWidth : s.lFrameHeight;
+  if (n == 1) {
+    s.plStripPos[0] = horizontal ? s.lFrameWidth / 2 : (s.lFrameHeight / 2) & ~1;
+    const std::int32_t p = s.plStripPos[0];
+    const bool forward = s.lDirection == 0 || s.lDirection == 2;
+    s.lStripStart = forward ? p : size - p;
+    s.lStripEnd = forward ? size - p : p;
+    return ZMOS_OK;
+  }
+  const std::int32_t spacing = (size / 10) & ~1;
+  const std::int32_t first = (n & 1) ? (size / 2 - (spacing * (n - 1)) / 2) & ~1
+                                     : (size / 2 - spacing / 2 - spacing * (n / 2 - 1)) & ~1;
+  if (first < 0) return ZMOS_ERR_INVALID_PARAM;
+  for (std::int32_t i = 0; i < n; ++i) s.plStripPos[i] = first + i * spacing;
+  s.lStripStart = s.lStripEnd = 0;
+  return ZMOS_OK;
+}
+
+std::int32_t SetUp(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame) {
+  s.lFrameWidth = frame.lWidth;
+  s.lFrameHeight = frame.lHeight;
+  s.lFormat = frame.dwFormat;
+  s.lMainOffset = 0;
+  if (const std::int32_t res = LayOut(s); res != 0) return res;
+  if (const std::int32_t res = ZMOSCreateFrameSelector_FS(&s.hFrameSelector, s.lStep, s.lMaxStep,
+                                                          s.lStripWidth, s.lDirection, s.hMemMgr);
+      res != 0)
+    return res;
+  const auto bytes = static_cast<std::int32_t>(s.lBandCount * sizeof(ZMOSDIRECTSTITCHER*));
+  s.phDIS = static_cast<ZMOSDIRECTSTITCHER**>(MMemAlloc(s.hMemMgr, bytes));
+  if (s.phDIS == nullptr) return ZMOS_ERR_NO_MEMORY;
+  MMemSet(s.phDIS, 0, bytes);
+  const std::int32_t none[2] = {0, 0};
+  for (std::int32_t i = 0; i < s.lBandCount; ++i) {
+    if (const std::int32_t res =
+            ZMOSCreateDirectImageStitcher_DIS(&s.phDIS[i], s.lPanoWidth, s.lPanoHeight, s.lFormat,
+                                              s.lDirection, s.lMaxKeptFrames, s.hMemMgr);
+        res != 0)
+      return res;
+    if (const std::int32_t res = ZMOSAddImage_DIS(s.phDIS[i], &frame, none, s.lStripStart,
+                                                  s.plStripPos[i], s.lStripWidth, 0);
+        res != 0)
+      return res;
+  }
+  s.bNeedSetup = 0;
+  ++s.lKeptCount;
+  s.bNewStrip = 1;
+  return ZMOS_OK;
+}
+
+// A kept frame: running sums, the drift test, completion and the strip on the canvas.
+// Returns a result code; *drifted is set when the frame was refused for drift.
+std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx, std::int32_t dy,
+                  bool* drifted) {
+  std::int32_t k = 0, drift = 0;
+  switch (s.lDirection) {
+    case 0:
+      s.lMainOffset += dx;
+      drift = s.lDriftY += dy;
+      k = dx / 2;
+      break;
+    case 1:
+      s.lMainOffset -= dx;
+      drift = s.lDriftY += dy;
+      k = -(dx / 2);
+      break;
+    case 2:
+      s.lMainOffset += dy;
+      drift = s.lDriftX += dx;
+      k = dy / 2;
+      break;
+    case 3:
+      s.lMainOffset -= dy;
+      drift = s.lDriftX += dx;
+      k = -(dy / 2);
+      break;
+    default:
+      return ZMOS_OK;
+  }
+  // The frame height bounds the drift of both kinds of sweep.
+  const std::int32_t third = frame.lHeight / 3;
+  if (drift > third || drift < -third) {
+    *drifted = true;
+    return ZMOS_OK;
+  }
+  const std::int32_t cut = k & ~1;
+  const std::int32_t length = IsHorizontal(s.lDirection) ? s.lPanoWidth : s.lPanoHeight;
+  const bool complete = s.lBandCount == 1
+                            ? s.lStripEnd + s.lMainOffset + s.lStripStart >= length ||
+                                  s.lKeptCount >= s.lMaxKeptFrames - 1
+                            : s.lMainOffset > s.lPanoWidth || s.lKeptCount >= s.lMaxKeptFrames - 1;
+  if (complete) s.bFinished = 1;
+  const std::int32_t offset[2] = {dx, dy};
+  for (std::int32_t i = 0; i < s.lBandCount; ++i) {
+    const std::int32_t res =
+        ZMOSAddImage_DIS(s.phDIS[i], &frame, offset, cut, s.plStripPos[i],
+                         complete ? s.lStripEnd : s.lStripWidth, complete ? 1 : 0);
+    if (res != 0) return res;
+  }
+  s.bNoSecondFrame = 0;
+  ++s.lKeptCount;
+  return ZMOS_OK;
+}
+
+}  // namespace
+}  // namespace lumivex::engine
+
+using namespace lumivex::engine;
+
+extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
+                                       const ZMOSIMAGE* pTrackFrame, int32_t* plOffset,
+                                       int32_t* plStatus, int32_t* plFinish) {
+  if (hStitcher == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  ZMOSSWEEPSTITCHER& s = *hStitcher;
+  if (!s.bActive) return ZMOS_OK;
+  if (pFrame == nullptr || pTrackFrame == nullptr || s.lBandCount < 1 || plOffset == nullptr ||
+      plStatus == nullptr || plFinish == nullptr || pFrame->lWidth <= 0 || pFrame->lHeight <= 0 ||
+      pTrackFrame->lWidth <= 0 || pTrackFrame->lHeight <= 0) {
+    s.bActive = 0;
+    return ZMOS_ERR_INVALID_PARAM;
+  }
+  const ZMOSIMAGE& frame = *pFrame;
+  const ZMOSIMAGE& track = *pTrackFrame;
+  if (!s.bDerived) Derive(s, frame.lWidth);
+
+  std::int32_t status = ZMOS_SELECT_NONE, dx = 0, dy = 0;
+  std::int32_t res = ZMOS_OK;
+  [&] {
+    if (!s.bFirstFrameCopied) {
+      res = ZMOSCreateImage_AOD(&s.pFirstFrame, frame.lWidth, frame.lHeight, frame.dwFormat,
+                                s.hMemMgr);
+      if (res == 0) res = ZMOSCopyImage_AOD(s.pFirstFrame, &frame);
+      if (res != 0) return;
+      s.bFirstFrameCopied = 1;
+    }
+    *plStatus = ZMOS_SELECT_NONE;
+    if (s.bFinished) return;
+    if (s.lDirection == ZMOS_DIRECTION_UNKNOWN) {
+      res = DetectDirection(s, frame, track);
+      if (res != 0 || s.lDirection == ZMOS_DIRECTION_UNKNOWN) return;
+    }
+    if (s.bNeedSetup && (res = SetUp(s, frame)) != 0) return;
+
+    std::int32_t travel[2] = {0, 0};
+    res = ZMOSFrameSelectorRunBySF_FS(s.hFrameSelector, &frame, &track, travel, &status);
+    if (res != 0) return;
+    dx = travel[0];
+    dy = travel[1];
+    if (status == ZMOS_SELECT_KEEP) {
+      bool drifted = false;
+      res = Keep(s, frame, dx, dy, &drifted);
+      if (res != 0) return;
+      if (drifted) {
+        status = ZMOS_SELECT_WRONG;
+        *plStatus = status;
+        return;
+      }
+    }
+    // A sweep with no second kept frame 41 frames after detection whose motion has
+    // turned onto the other axis has gone wrong.
+    if (s.lFrameCount >= 41 && s.bNoSecondFrame) {
+      g_WrongAxis.sx += dx;
+      g_WrongAxis.sy += dy;
+      const std::int32_t ax = std::abs(g_WrongAxis.sx), ay = std::abs(g_WrongAxis.sy);
+      if (IsHorizontal(s.lDirection) ? ax < ay : ax > ay) status = ZMOS_SELECT_WRONG;
+    }
+    ++s.lFrameCount;
+    *plStatus = status;
+    if (*plFinish != 0) {
+      s.bFinished = *plFinish;
+    } else {
+      *plFinish = s.bFinished;
+    }
+  }();
+
+  // Tail: the sweep's travel for the host, in tracking-image pixels with y negated.
+  s.lLastDx = dx;
+  s.lLastDy = dy;
+  const std::int64_t x = std::int64_t{dx} + s.lSumDx, y = std::int64_t{dy} + s.lSumDy;
+  plOffset[0] = static_cast<std::int32_t>(x * track.lWidth / frame.lWidth);
+  plOffset[1] = static_cast<std::int32_t>(-(y * track.lWidth / frame.lWidth));
+  if (*plStatus == ZMOS_SELECT_KEEP) {
+    s.lSumDx += dx;
+    s.lSumDy += dy;
+    s.bNewStrip = 1;
+  }
+  if (s.phDIS != nullptr) {
+    for (std::int32_t i = 0; i < s.lBandCount; ++i)
+      if (s.phDIS[i] != nullptr) ZMOSGetResultImage_DIS(s.phDIS[i], &s.ppResultImages[i]);
+  }
+  if (res != 0) s.bActive = 0;
+  return res;
+}
