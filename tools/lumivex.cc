@@ -1,39 +1,476 @@
-// lumivex command-line program.
+// lumivex: stitch recorded sweeps, simulate sweeps from photographs with ground truth,
+// score the engine on them, and a demo that runs out of the box.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
 
 #include "lumivex/lumivex.h"
+#include "tools/capture.h"
+#include "tools/eval.h"
+#include "tools/frame_source.h"
+#include "tools/image_io.h"
+#include "tools/simulate.h"
 
 namespace {
 
-int PrintVersion() {
-  ZMOSVERSION v;
-  if (ZMOS_GetVersion(&v) != ZMOS_OK) return 1;
-  std::printf("%s (%s)\n%s\n", v.szVersion, v.szDate, v.szCopyright);
-  return 0;
+using namespace lumivex::tools;
+
+// Exit statuses, one per kind of failure.
+enum Exit {
+  kOk = 0,
+  kUsage = 1,
+  kBadInput = 2,
+  kEngineInit = 3,
+  kWriteFailed = 4,
+  kLowTexture = 5,
+  kWentWrong = 6,
+  kTooFast = 7,
+  kTooShort = 8,
+};
+
+const char kUsageText[] =
+    "usage: lumivex <command> [options]\n"
+    "\n"
+    "commands:\n"
+    "  demo                     simulate a sweep over the bundled photograph and stitch it\n"
+    "  stitch INPUT -o PANO     stitch a recorded sweep into PANO (.jpg or .png)\n"
+    "  simulate PHOTO -o Y4M    cut a sweep out of a photograph, with its ground truth\n"
+    "  eval PHOTO...            simulate, stitch and score sweeps over photographs\n"
+    "  version                  print the engine version (also --version)\n"
+    "\n"
+    "'lumivex COMMAND --help' describes a command.\n"
+    "\n"
+    "exit status: 0 panorama written, 1 usage, 2 bad input, 3 engine could not start,\n"
+    "4 output not written, 5 too little texture, 6 sweep went wrong, 7 too fast,\n"
+    "8 sweep too short (the result is the first frame)\n";
+
+const std::map<std::string, std::string> kHelp = {
+    {"demo",
+     "usage: lumivex demo [-o DIR]\n"
+     "Simulates a 180-degree sweep (640 x 480, left to right, a little hand shake) over the\n"
+     "photograph in assets/ and stitches it as a phone would. Writes DIR/panorama.jpg,\n"
+     "DIR/preview.png and DIR/sweep.csv (default DIR: lumivex-demo).\n"},
+    {"stitch",
+     "usage: lumivex stitch INPUT -o PANO.jpg|PANO.png [options]\n"
+     "INPUT: - (Y4M on stdin, as 'ffmpeg -f yuv4mpegpipe -' writes), a .y4m file, raw NV21\n"
+     "frames (with --size), a folder of JPEG/PNG frames, or a text file listing them.\n"
+     "  --size WxH        frame size of raw NV21 input\n"
+     "  --format nv21|i420  the layout fed to the engine (default nv21)\n"
+     "  --debug-dir DIR   previews after each kept frame, frames.csv, panorama-seams.png\n"
+     "  --quiet           no progress bar\n"},
+    {"simulate",
+     "usage: lumivex simulate PHOTO -o SWEEP.y4m [options]\n"
+     "  --size WxH             frame size (default 640x480)\n"
+     "  --direction D          right, left, down or up (default right)\n"
+     "  --speed PX             pixels a frame along the sweep (default width/40)\n"
+     "  --jitter PX            hand wander across the sweep\n"
+     "  --drift PX             steady motion across the sweep, per frame\n"
+     "  --noise SIGMA          sensor noise in luma steps\n"
+     "  --exposure F           brightness change over the sweep (0.1 = +10 %)\n"
+     "  --too-fast-at N        frame N jumps three strips at once\n"
+     "  --backward-at N        frames N.. move backwards (--backward-frames, default 8)\n"
+     "  --frames N             number of frames (default: a full sweep and a margin)\n"
+     "  --seed N               random seed (default 1)\n"
+     "  --truth CSV            ground truth (default: SWEEP with .csv)\n"},
+    {"eval",
+     "usage: lumivex eval PHOTO... [options]\n"
+     "Simulates sweeps over each photograph, stitches them and scores completion, tracking\n"
+     "error and panorama PSNR. Writes DIR/report.md with one SVG chart a scenario.\n"
+     "  --sizes LIST        e.g. 640x480,1280x720 (default 640x480,1280x720)\n"
+     "  --directions LIST   e.g. right,left (default right,left,down,up)\n"
+     "  --jitter PX         hand wander (default 1)\n"
+     "  --report-dir DIR    default lumivex-eval\n"
+     "  --json              print the scores as JSON on stdout\n"},
+};
+
+struct Args {
+  std::vector<std::string> positional;
+  std::map<std::string, std::string> options;
+  std::vector<std::string> flags;
+  bool Flag(const std::string& f) const {
+    return std::find(flags.begin(), flags.end(), f) != flags.end();
+  }
+  std::string Get(const std::string& key, const std::string& fallback = "") const {
+    auto it = options.find(key);
+    return it != options.end() ? it->second : fallback;
+  }
+};
+
+int Fail(int status, const std::string& message) {
+  std::fprintf(stderr, "lumivex: %s\n", message.c_str());
+  return status;
 }
 
-void Usage(std::FILE* out) {
-  std::fprintf(out,
-               "usage: lumivex <command>\n"
-               "commands:\n"
-               "  version   print the engine version\n");
+// Options that take a value; everything else starting with - is a flag.
+bool Parse(int argc, char** argv, const std::vector<std::string>& valued, Args* out,
+           std::string* error) {
+  for (int i = 2; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a.size() > 1 && a[0] == '-') {
+      if (std::find(valued.begin(), valued.end(), a) != valued.end()) {
+        if (i + 1 >= argc) {
+          *error = a + " needs a value";
+          return false;
+        }
+        out->options[a] = argv[++i];
+      } else if (a == "--help" || a == "-h" || a == "--quiet" || a == "--json") {
+        out->flags.push_back(a);
+      } else {
+        *error = "unknown option " + a;
+        return false;
+      }
+    } else {
+      out->positional.push_back(a);
+    }
+  }
+  return true;
+}
+
+bool ParseSize(const std::string& text, int* w, int* h) {
+  char x = 0;
+  return std::sscanf(text.c_str(), "%d%c%d", w, &x, h) == 3 && (x == 'x' || x == 'X') && *w > 0 &&
+         *h > 0;
+}
+
+bool ParseNumber(const std::string& text, double* v) {
+  char* end = nullptr;
+  *v = std::strtod(text.c_str(), &end);
+  return end != text.c_str() && *end == '\0' && std::isfinite(*v);
+}
+
+int ExitFor(const Capture& cap) {
+  if (cap.end_code() == ZMOS_ERR_NO_TEXTURE) return kLowTexture;
+  if (cap.end_code() == ZMOS_ERR_SWEEP_WRONG) return kWentWrong;
+  if (cap.end_code() == ZMOS_ERR_TOO_FAST) return kTooFast;
+  if (cap.end_code() != 0) return kEngineInit;
+  if (cap.narrow()) return kTooShort;
+  return kOk;
+}
+
+void PrintSummary(const Capture& cap, const std::string& output) {
+  std::printf("frames read      %d\n", cap.frames_read());
+  std::printf("frames kept      %d\n", cap.frames_kept());
+  std::printf("direction        %s\n", DirectionName(cap.direction()));
+  std::printf("ended            %s\n", cap.complete()        ? "sweep complete (180 degrees)"
+                                       : cap.end_code() != 0 ? Describe(cap.end_code()).c_str()
+                                                             : "end of input");
+  std::printf("panorama         %d x %d%s\n", cap.panorama().width(), cap.panorama().height(),
+              cap.narrow() ? " (narrow: the sweep was too short, this is the first frame)" : "");
+  std::printf("time per frame   %.2f ms (selection and preview)\n", cap.ms_per_frame());
+  if (!output.empty()) std::printf("wrote            %s\n", output.c_str());
+}
+
+// Stitches whatever the source yields; shared by stitch and demo.
+int StitchFrames(FrameSource& source, Yuv420 first, std::uint32_t format, const std::string& output,
+                 CaptureOptions options, const std::string& preview_path, bool drain = false) {
+  Capture cap(first.width(), first.height(), format, options);
+  if (cap.init_result() != 0)
+    return Fail(kEngineInit, "the engine could not start: " + Describe(cap.init_result()));
+  bool more = cap.Feed(first);
+  Yuv420 frame;
+  while (more && source.Next(&frame)) {
+    if (frame.width() != first.width() || frame.height() != first.height())
+      return Fail(kBadInput, "frame size changed in the middle of the input");
+    more = cap.Feed(frame);
+  }
+  // A pipe is read to its end, so the program writing it finishes cleanly.
+  while (drain && source.error().empty() && source.Next(&frame)) {
+  }
+  if (!source.error().empty()) return Fail(kBadInput, source.error());
+  const std::int32_t stitched = cap.Finish();
+  if (stitched != 0 || cap.panorama().width() == 0)
+    return Fail(kEngineInit,
+                "stitching failed: " + Describe(stitched != 0 ? stitched : ZMOS_ERR_NO_MEMORY));
+  std::string error;
+  ZMOSIMAGE pano = const_cast<Yuv420&>(cap.panorama()).Image();
+  if (!WriteImage(output, ImageToRgb(pano), &error)) return Fail(kWriteFailed, error);
+  if (!preview_path.empty() && cap.preview().width > 0 &&
+      !WriteImage(preview_path, cap.preview(), &error))
+    return Fail(kWriteFailed, error);
+  PrintSummary(cap, output);
+  if (!preview_path.empty() && cap.preview().width > 0)
+    std::printf("preview          %s\n", preview_path.c_str());
+  return ExitFor(cap);
+}
+
+int Stitch(int argc, char** argv) {
+  Args args;
+  std::string error;
+  if (!Parse(argc, argv, {"-o", "--size", "--format", "--debug-dir"}, &args, &error))
+    return Fail(kUsage, error + " (see lumivex stitch --help)");
+  if (args.Flag("--help") || args.Flag("-h"))
+    return std::fputs(kHelp.at("stitch").c_str(), stdout), kOk;
+  if (args.positional.size() != 1 || args.Get("-o").empty())
+    return Fail(kUsage, "stitch needs INPUT and -o OUTPUT (see lumivex stitch --help)");
+  int w = 0, h = 0;
+  if (!args.Get("--size").empty() && !ParseSize(args.Get("--size"), &w, &h))
+    return Fail(kUsage, "--size takes WxH, e.g. 640x480");
+  const std::string fmt = args.Get("--format", "nv21");
+  if (fmt != "nv21" && fmt != "i420") return Fail(kUsage, "--format is nv21 or i420");
+  const std::uint32_t format = fmt == "i420" ? ZMOS_FORMAT_I420 : ZMOS_FORMAT_NV21;
+  const std::string output = args.Get("-o");
+  if (!EndsWith(output, ".jpg") && !EndsWith(output, ".jpeg") && !EndsWith(output, ".png"))
+    return Fail(kUsage, "the output must end in .jpg, .jpeg or .png");
+  auto source = OpenFrames(args.positional[0], w, h, format, &error);
+  if (!source) return Fail(kBadInput, error);
+  Yuv420 first;
+  if (!source->Next(&first))
+    return Fail(kBadInput, source->error().empty() ? "the input holds no frame" : source->error());
+  const std::string debug_dir = args.Get("--debug-dir");
+  if (!debug_dir.empty()) {
+    std::error_code ec;
+    std::filesystem::create_directories(debug_dir, ec);
+    if (ec || !std::filesystem::is_directory(debug_dir, ec))
+      return Fail(kWriteFailed, "cannot create the debug folder " + debug_dir);
+  }
+  CaptureOptions options{debug_dir, !args.Flag("--quiet"), true};
+  return StitchFrames(*source, std::move(first), format, output, options, "",
+                      args.positional[0] == "-");
+}
+
+bool ReadSimOptions(const Args& args, SimOptions* o, std::string* error) {
+  if (!args.Get("--size").empty() && !ParseSize(args.Get("--size"), &o->width, &o->height)) {
+    *error = "--size takes WxH, e.g. 640x480";
+    return false;
+  }
+  if ((o->width & 1) || (o->height & 1) || o->width < 64 || o->height < 64 || o->width > 8192 ||
+      o->height > 8192) {
+    *error = "frame sizes must be even, from 64 to 8192";
+    return false;
+  }
+  if (!args.Get("--direction").empty() && !ParseDirection(args.Get("--direction"), &o->direction)) {
+    *error = "--direction is right, left, down or up";
+    return false;
+  }
+  const std::pair<const char*, double*> numbers[] = {{"--speed", &o->speed},
+                                                     {"--jitter", &o->jitter},
+                                                     {"--drift", &o->drift},
+                                                     {"--noise", &o->noise},
+                                                     {"--exposure", &o->exposure}};
+  for (const auto& [name, target] : numbers) {
+    if (args.Get(name).empty()) continue;
+    if (!ParseNumber(args.Get(name), target) || *target < -1000 || *target > 1000) {
+      *error = std::string(name) + " takes a number";
+      return false;
+    }
+  }
+  const std::pair<const char*, int*> integers[] = {{"--too-fast-at", &o->too_fast_at},
+                                                   {"--backward-at", &o->backward_at},
+                                                   {"--backward-frames", &o->backward_frames},
+                                                   {"--frames", &o->frames}};
+  for (const auto& [name, target] : integers) {
+    if (args.Get(name).empty()) continue;
+    double v = 0;
+    if (!ParseNumber(args.Get(name), &v) || v < -1 || v > 100000 || v != std::floor(v)) {
+      *error = std::string(name) + " takes a whole number";
+      return false;
+    }
+    *target = static_cast<int>(v);
+  }
+  if (!args.Get("--seed").empty()) o->seed = std::strtoull(args.Get("--seed").c_str(), nullptr, 10);
+  return true;
+}
+
+int Simulate(int argc, char** argv) {
+  Args args;
+  std::string error;
+  if (!Parse(
+          argc, argv,
+          {"-o", "--size", "--direction", "--speed", "--jitter", "--drift", "--noise", "--exposure",
+           "--too-fast-at", "--backward-at", "--backward-frames", "--frames", "--seed", "--truth"},
+          &args, &error))
+    return Fail(kUsage, error + " (see lumivex simulate --help)");
+  if (args.Flag("--help") || args.Flag("-h"))
+    return std::fputs(kHelp.at("simulate").c_str(), stdout), kOk;
+  if (args.positional.size() != 1 || args.Get("-o").empty())
+    return Fail(kUsage, "simulate needs PHOTO and -o SWEEP.y4m (see lumivex simulate --help)");
+  SimOptions o;
+  if (!ReadSimOptions(args, &o, &error)) return Fail(kUsage, error);
+  Rgb photo;
+  if (!ReadImage(args.positional[0], &photo, &error)) return Fail(kBadInput, error);
+  const Simulator sim(photo, o);
+  const std::string out = args.Get("-o");
+  Y4mWriter writer;
+  if (!writer.Open(out, o.width, o.height, 30, &error)) return Fail(kWriteFailed, error);
+  for (int k = 0; k < sim.frames(); ++k)
+    if (!writer.Write(sim.Frame(k))) return Fail(kWriteFailed, "cannot write " + out);
+  if (!writer.Close(&error)) return Fail(kWriteFailed, error);
+  std::string truth = args.Get("--truth");
+  if (truth.empty() && out != "-")
+    truth = std::filesystem::path(out).replace_extension(".csv").string();
+  if (!truth.empty() && !sim.WriteTruth(truth, &error)) return Fail(kWriteFailed, error);
+  std::fprintf(stderr, "%d frames of %dx%d, %s%s%s\n", sim.frames(), o.width, o.height,
+               DirectionName(o.direction), truth.empty() ? "" : ", truth in ", truth.c_str());
+  return kOk;
+}
+
+std::vector<std::string> Split(const std::string& text) {
+  std::vector<std::string> parts;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    const std::size_t comma = text.find(',', start);
+    const std::string part =
+        text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    if (!part.empty()) parts.push_back(part);
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  return parts;
+}
+
+int Eval(int argc, char** argv) {
+  Args args;
+  std::string error;
+  if (!Parse(argc, argv, {"--sizes", "--directions", "--jitter", "--report-dir"}, &args, &error))
+    return Fail(kUsage, error + " (see lumivex eval --help)");
+  if (args.Flag("--help") || args.Flag("-h"))
+    return std::fputs(kHelp.at("eval").c_str(), stdout), kOk;
+  if (args.positional.empty())
+    return Fail(kUsage, "eval needs at least one PHOTO (see lumivex eval --help)");
+  std::vector<std::pair<int, int>> sizes;
+  for (const std::string& s : Split(args.Get("--sizes", "640x480,1280x720"))) {
+    int w = 0, h = 0;
+    if (!ParseSize(s, &w, &h) || (w & 1) || (h & 1) || w < 64 || h < 64 || w > 4096 || h > 4096)
+      return Fail(kUsage, "bad size in --sizes: " + s);
+    sizes.push_back({w, h});
+  }
+  std::vector<int> directions;
+  for (const std::string& d : Split(args.Get("--directions", "right,left,down,up"))) {
+    int code = 0;
+    if (!ParseDirection(d, &code)) return Fail(kUsage, "bad direction in --directions: " + d);
+    directions.push_back(code);
+  }
+  double jitter = 1;
+  if (!args.Get("--jitter").empty() && !ParseNumber(args.Get("--jitter"), &jitter))
+    return Fail(kUsage, "--jitter takes a number");
+  std::vector<Score> scores;
+  for (const std::string& path : args.positional) {
+    Rgb photo;
+    if (!ReadImage(path, &photo, &error)) return Fail(kBadInput, error);
+    const std::string name = std::filesystem::path(path).filename().string();
+    for (const auto& [w, h] : sizes) {
+      for (int d : directions) {
+        SimOptions o;
+        o.width = w;
+        o.height = h;
+        o.direction = d;
+        o.jitter = jitter;
+        o.noise = 1.5;
+        o.seed = 7;
+        scores.push_back(RunScenario(photo, name, "hand-held", o));
+        if (!args.Flag("--json"))
+          std::fprintf(
+              stderr, "%s %dx%d %-13s %s\n", name.c_str(), w, h, DirectionName(d),
+              scores.back().complete ? "complete" : Describe(scores.back().end_code).c_str());
+      }
+    }
+  }
+  const std::string dir = args.Get("--report-dir", "lumivex-eval");
+  if (!WriteReport(scores, dir, &error)) return Fail(kWriteFailed, error);
+  if (args.Flag("--json")) {
+    std::fputs(ToJson(scores).c_str(), stdout);
+  } else {
+    std::printf("%-28s %-10s %-14s %-22s %8s %8s %6s\n", "photo", "frame", "direction", "result",
+                "err mean", "err max", "PSNR");
+    for (const Score& s : scores) {
+      char frame[32];
+      std::snprintf(frame, sizeof(frame), "%dx%d", s.width, s.height);
+      std::printf("%-28s %-10s %-14s %-22s %8.2f %8.1f %6.1f\n", s.photo.c_str(), frame,
+                  DirectionName(s.direction),
+                  s.complete ? "complete" : Describe(s.end_code).substr(0, 22).c_str(),
+                  s.track_mean, s.track_max, s.psnr);
+    }
+    std::printf("report           %s/report.md\n", dir.c_str());
+  }
+  return kOk;
+}
+
+std::string AssetsDir(const char* argv0) {
+  if (const char* env = std::getenv("LUMIVEX_ASSETS")) return env;
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  // Next to the program when installed, else the source tree it was built from.
+  const fs::path exe = fs::canonical(fs::path(argv0), ec);
+  for (const fs::path& p :
+       {exe.parent_path() / "assets", exe.parent_path().parent_path() / "share/lumivex/assets"})
+    if (fs::exists(p / "mountain-360-5000x2500.jpg", ec)) return p.string();
+  return LUMIVEX_ASSETS_DIR;
+}
+
+int Demo(int argc, char** argv) {
+  Args args;
+  std::string error;
+  if (!Parse(argc, argv, {"-o"}, &args, &error))
+    return Fail(kUsage, error + " (see lumivex demo --help)");
+  if (args.Flag("--help") || args.Flag("-h"))
+    return std::fputs(kHelp.at("demo").c_str(), stdout), kOk;
+  const std::string dir = args.Get("-o", "lumivex-demo");
+  const std::string photo_path = AssetsDir(argv[0]) + "/mountain-360-5000x2500.jpg";
+  Rgb photo;
+  if (!ReadImage(photo_path, &photo, &error)) return Fail(kBadInput, error);
+  std::error_code ec;
+  std::filesystem::create_directories(dir, ec);
+  if (ec) return Fail(kWriteFailed, "cannot create " + dir + ": " + ec.message());
+  SimOptions o;
+  o.jitter = 1;
+  o.noise = 1.5;
+  const auto t0 = std::chrono::steady_clock::now();
+  const Simulator sim(photo, o);
+  sim.WriteTruth(dir + "/sweep.csv", &error);
+  // The simulated frames, fed as a camera delivers them.
+  class SimSource : public FrameSource {
+   public:
+    explicit SimSource(const Simulator& s) : sim_(s) {}
+    bool Next(Yuv420* frame) override {
+      if (next_ >= sim_.frames()) return false;
+      *frame = sim_.Frame(next_++);
+      return true;
+    }
+
+   private:
+    const Simulator& sim_;
+    int next_ = 1;
+  } source(sim);
+  std::printf("simulated sweep  %d frames of %dx%d over %s (CC BY-SA 3.0, Matthew Petroff)\n",
+              sim.frames(), o.width, o.height, photo_path.c_str());
+  const int status = StitchFrames(source, sim.Frame(0), ZMOS_FORMAT_NV21, dir + "/panorama.jpg",
+                                  CaptureOptions{"", true, true}, dir + "/preview.png");
+  std::printf("total time       %.1f s\n",
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
+  return status;
+}
+
+int Version() {
+  ZMOSVERSION v;
+  if (ZMOS_GetVersion(&v) != ZMOS_OK) return kEngineInit;
+  std::printf("%s (%s)\n%s\n", v.szVersion, v.szDate, v.szCopyright);
+  return kOk;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    Usage(stderr);
-    return 2;
+    std::fputs(kUsageText, stderr);
+    return kUsage;
   }
-  if (std::strcmp(argv[1], "version") == 0 || std::strcmp(argv[1], "--version") == 0)
-    return PrintVersion();
-  if (std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0) {
-    Usage(stdout);
-    return 0;
+  const std::string command = argv[1];
+  if (command == "version" || command == "--version") return Version();
+  if (command == "help" || command == "--help" || command == "-h") {
+    std::fputs(kUsageText, stdout);
+    return kOk;
   }
-  std::fprintf(stderr, "lumivex: unknown command '%s'\n", argv[1]);
-  Usage(stderr);
-  return 2;
+  if (command == "stitch") return Stitch(argc, argv);
+  if (command == "simulate") return Simulate(argc, argv);
+  if (command == "eval") return Eval(argc, argv);
+  if (command == "demo") return Demo(argc, argv);
+  std::fprintf(stderr, "lumivex: unknown command '%s'\n%s", command.c_str(), kUsageText);
+  return kUsage;
 }

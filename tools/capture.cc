@@ -1,0 +1,255 @@
+#include "tools/capture.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+
+namespace lumivex::tools {
+
+std::int32_t WorkBufferSize(std::int32_t w, std::int32_t h, std::int32_t n) {
+  if (n < 1 || n > 30) n = 30;
+  const std::int64_t land =
+      3LL * w * h + (n + 5) * ((h * std::int64_t{(h / 5) & ~3} * 3) / 2) + 16 * (n + 8);
+  const std::int64_t port =
+      3LL * w * h + (n + 5) * ((w * std::int64_t{(w / 5) & ~3} * 3) / 2) + 16 * (n + 8);
+  return static_cast<std::int32_t>(std::min<std::int64_t>(std::max(land, port), INT32_MAX));
+}
+
+const char* DirectionName(std::int32_t direction) {
+  switch (direction) {
+    case 0:
+      return "left to right";
+    case 1:
+      return "right to left";
+    case 2:
+      return "top to bottom";
+    case 3:
+      return "bottom to top";
+    default:
+      return "not found";
+  }
+}
+
+std::string Describe(std::int32_t code) {
+  switch (code) {
+    case 0:
+      return "ok";
+    case ZMOS_ERR_INVALID_PARAM:
+      return "invalid argument";
+    case ZMOS_ERR_UNSUPPORTED_FORMAT:
+      return "unsupported image format";
+    case ZMOS_ERR_NO_MEMORY:
+      return "out of memory in the work buffer";
+    case ZMOS_ERR_NO_TEXTURE:
+      return "too little texture to follow the sweep";
+    case ZMOS_ERR_SWEEP_WRONG:
+      return "the sweep went wrong (moved backwards, drifted, or turned)";
+    case ZMOS_ERR_TOO_FAST:
+      return "the camera moved too fast";
+    default:
+      return "engine error " + std::to_string(code);
+  }
+}
+
+Capture::Capture(int width, int height, std::uint32_t format, CaptureOptions options)
+    : width_(width),
+      height_(height),
+      format_(format),
+      options_(std::move(options)),
+      work_(static_cast<std::size_t>(WorkBufferSize(width, height))) {
+  ZMOSINITPARAM param{
+      work_.data(), static_cast<std::int32_t>(work_.size()), 180, width, height, width, height};
+  init_result_ = ZMOS_Init(&param, &engine_);
+  ui_.dwFormat = ZMOS_FORMAT_NV21;
+  if (!isatty(STDERR_FILENO)) options_.progress = false;
+  if (!options_.debug_dir.empty()) {
+    std::FILE* csv = std::fopen((options_.debug_dir + "/frames.csv").c_str(), "w");
+    if (csv == nullptr) {
+      std::fprintf(stderr, "warning: cannot write into %s; no debug output\n",
+                   options_.debug_dir.c_str());
+      options_.debug_dir.clear();
+    } else {
+      std::fputs("frame,result,kept,angle,offset_x,offset_y,direction\n", csv);
+      std::fclose(csv);
+    }
+  }
+}
+
+Capture::~Capture() {
+  ZMOS_UnInit(&engine_);
+}
+
+bool Capture::Feed(Yuv420& frame) {
+  if (ended_ || init_result_ != 0) return false;
+  ZMOSIMAGE image = frame.Image();
+  FrameRecord rec;
+  rec.index = frames_read();
+  std::int32_t kept = 0, flags[4] = {0, 0, 0, 0}, angle = 0, offset[2] = {0, 0};
+  const auto t0 = std::chrono::steady_clock::now();
+  rec.result = ZMOS_SelectFrames(engine_, &image, &image, offset, &kept, flags, &angle);
+  if (rec.result == 0) {
+    const std::int32_t res = ZMOS_UpdateUIImage(engine_, &image, &ui_, 6, ui_rect_);
+    if (res != 0 && !preview_failed_ && options_.warnings) {
+      std::fprintf(stderr, "\nnote: no live preview (%s)\n", Describe(res).c_str());
+      preview_failed_ = true;
+    }
+  }
+  engine_ms_ +=
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+  rec.kept = kept == 1;
+  rec.angle = angle;
+  rec.offset_x = offset[0];
+  rec.offset_y = offset[1];
+  for (int i = 0; i < 4; ++i)
+    if (flags[i] == 1) rec.direction = 3 - i;
+  if (rec.direction >= 0 && detected_at_ < 0) detected_at_ = rec.index;
+  if (rec.direction >= 0) direction_ = rec.direction;
+  kept_ += rec.kept;
+  if (rec.kept) angle_ = angle;
+  records_.push_back(rec);
+  WriteDebug(frame);
+  if (rec.result != 0) {
+    // As on the phone: any engine failure ends the capture, and what was kept is stitched.
+    end_code_ = rec.result;
+    Warn(rec.result);
+    ended_ = true;
+  } else if (angle_ >= 180) {
+    ended_ = true;
+  }
+  DrawProgress();
+  return !ended_;
+}
+
+std::int32_t Capture::Finish() {
+  if (finished_) return stitch_result_;
+  finished_ = true;
+  if (options_.progress) std::fputc('\n', stderr);
+  if (init_result_ != 0) return stitch_result_ = init_result_;
+  ZMOSIMAGE result{};
+  stitch_result_ = ZMOS_Stitch(engine_, &result, nullptr);
+  narrow_ = ZMOSIsResultNarrow_SWT(engine_) != 0;
+  if (stitch_result_ == 0 && result.lWidth > 0 && result.lHeight > 0 &&
+      result.pPlane[0] != nullptr) {
+    // Copied out: the engine's pixels live in the work buffer.
+    panorama_ = Yuv420(result.lWidth & ~1, result.lHeight & ~1, ZMOS_FORMAT_NV21);
+    ZMOSIMAGE copy = panorama_.Image();
+    const ZMOSRECT r{0, 0, copy.lWidth, copy.lHeight};
+    if (result.dwFormat == ZMOS_FORMAT_NV21) {
+      ZMOSCopyImageROI_AOD(&copy, nullptr, &result, &r);
+    } else {
+      Rgb rgb = ImageToRgb(result);
+      panorama_ = RgbToYuv420(rgb, ZMOS_FORMAT_NV21);
+    }
+  }
+  if (ui_.pPlane[0] != nullptr && ui_.lWidth > 0) preview_ = ImageToRgb(ui_);
+  if (!options_.debug_dir.empty() && panorama_.width() > 0) {
+    ZMOSIMAGE img = panorama_.Image();
+    Rgb rgb = ImageToRgb(img);
+    // Seams in red, overlap bands tinted.
+    const bool horizontal = direction_ == 0 || direction_ == 1;
+    for (const Seam& s : Seams()) {
+      const int extent = horizontal ? rgb.width : rgb.height;
+      const int across = horizontal ? rgb.height : rgb.width;
+      for (int a = std::max(s.start, 0); a < std::min(s.end, extent); ++a) {
+        for (int c = 0; c < across; ++c) {
+          std::uint8_t* p =
+              rgb.pixels.data() + ((horizontal ? static_cast<std::size_t>(c) * rgb.width + a
+                                               : static_cast<std::size_t>(a) * rgb.width + c)) *
+                                      3;
+          const bool seam = a == s.start + (s.end - s.start - 1) / 2;
+          p[0] = seam ? 255 : static_cast<std::uint8_t>((p[0] + 255) / 2);
+          if (seam) p[1] = p[2] = 0;
+        }
+      }
+    }
+    std::string error;
+    if (!WriteImage(options_.debug_dir + "/panorama-seams.png", rgb, &error))
+      std::fprintf(stderr, "warning: %s\n", error.c_str());
+  }
+  return stitch_result_;
+}
+
+std::vector<Capture::Seam> Capture::Seams() const {
+  std::vector<Seam> seams;
+  if (direction_ < 0 || narrow_ || panorama_.width() == 0) return seams;
+  const bool horizontal = direction_ == 0 || direction_ == 1;
+  const int size = horizontal ? width_ : height_;
+  const int start = horizontal ? width_ / 2 : (height_ / 2) & ~1;
+  const int canvas = (width_ * 3) & ~3;  // the canvas of a 180-degree sweep
+  const int result = horizontal ? panorama_.width() : panorama_.height();
+  int previous = 0;
+  for (const FrameRecord& r : records_) {
+    if (!r.kept) continue;
+    int along = 0;
+    switch (direction_) {
+      case 0:
+        along = r.offset_x;
+        break;
+      case 1:
+        along = -r.offset_x;
+        break;
+      case 2:
+        along = -r.offset_y;
+        break;
+      default:
+        along = r.offset_y;
+        break;
+    }
+    const int overlap = ((along - previous) / 2) & ~1;
+    previous = along;
+    const bool forward = direction_ == 0 || direction_ == 2;
+    // The strip's seam on the canvas, then in the cropped panorama (which keeps the
+    // starting edge: left or top for forward sweeps, right or bottom otherwise).
+    const int p = forward ? start + along : canvas - (size - start) - along;
+    const int shift = forward ? 0 : canvas - result;
+    seams.push_back(forward ? Seam{p - overlap, p} : Seam{p - shift, p - shift + overlap});
+  }
+  return seams;
+}
+
+void Capture::DrawProgress() {
+  if (!options_.progress) return;
+  const int filled = std::clamp(angle_ * 30 / 180, 0, 30);
+  std::fprintf(stderr, "\r%3d deg [%.*s%.*s] %-13s kept %4d  frame %5d", angle_, filled,
+               "##############################", 30 - filled, "..............................",
+               DirectionName(direction_), kept_, frames_read());
+}
+
+void Capture::Warn(std::int32_t code) {
+  if (!options_.warnings) return;
+  const int slot = code == ZMOS_ERR_TOO_FAST ? 0 : code == ZMOS_ERR_SWEEP_WRONG ? 1 : 2;
+  if (warned_[slot]) return;
+  warned_[slot] = true;
+  const char* advice =
+      code == ZMOS_ERR_TOO_FAST      ? "too fast: sweep more slowly"
+      : code == ZMOS_ERR_SWEEP_WRONG ? "sweep went wrong: keep moving in one direction, level"
+      : code == ZMOS_ERR_NO_TEXTURE  ? "too little texture: point the camera at detail"
+                                     : nullptr;
+  if (options_.progress) std::fputc('\n', stderr);
+  std::fprintf(stderr, "warning: %s (frame %d)\n",
+               advice != nullptr ? advice : Describe(code).c_str(), frames_read() - 1);
+}
+
+void Capture::WriteDebug(const Yuv420&) {
+  if (options_.debug_dir.empty()) return;
+  const FrameRecord& r = records_.back();
+  if (std::FILE* csv = std::fopen((options_.debug_dir + "/frames.csv").c_str(), "a")) {
+    std::fprintf(csv, "%d,%d,%d,%d,%d,%d,%d\n", r.index, r.result, r.kept ? 1 : 0, r.angle,
+                 r.offset_x, r.offset_y, r.direction);
+    std::fclose(csv);
+  }
+  if (r.kept && ui_.pPlane[0] != nullptr && ui_.lWidth > 0) {
+    char name[64];
+    std::snprintf(name, sizeof(name), "/preview-%04d.png", r.index);
+    std::string error;
+    if (!WriteImage(options_.debug_dir + name, ImageToRgb(ui_), &error)) {
+      std::fprintf(stderr, "warning: %s; no more debug output\n", error.c_str());
+      options_.debug_dir.clear();
+    }
+  }
+}
+
+}  // namespace lumivex::tools

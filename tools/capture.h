@@ -1,0 +1,96 @@
+// A capture driven the way a phone host drives the engine: init with the camera
+// handler's work-buffer formula, select and update the preview on every frame, stitch
+// on the full angle, on an engine failure or at the end of the input.
+#ifndef LUMIVEX_TOOLS_CAPTURE_H_
+#define LUMIVEX_TOOLS_CAPTURE_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lumivex/lumivex.h"
+#include "tools/image_io.h"
+
+namespace lumivex::tools {
+
+// The camera handler's work buffer for frames of w x h and up to n frames (n clamped to
+// 1..30, as the Android binding does).
+std::int32_t WorkBufferSize(std::int32_t w, std::int32_t h, std::int32_t n = 30);
+
+const char* DirectionName(std::int32_t direction);
+// One line for a result code, as an app would show it.
+std::string Describe(std::int32_t code);
+
+struct FrameRecord {
+  int index = 0;
+  std::int32_t result = 0;
+  bool kept = false;
+  std::int32_t angle = 0;
+  std::int32_t offset_x = 0, offset_y = 0;  // the engine's report (y negated)
+  std::int32_t direction = -1;
+};
+
+struct CaptureOptions {
+  std::string debug_dir;  // previews, CSV and the seam picture go here when set
+  bool progress = false;  // a progress bar on stderr
+  bool warnings = true;   // too fast, gone wrong and low texture, once each, on stderr
+};
+
+class Capture {
+ public:
+  Capture(int width, int height, std::uint32_t format, CaptureOptions options);
+  ~Capture();
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  std::int32_t init_result() const { return init_result_; }
+  // Feeds one frame; false once the capture has ended (full angle or engine failure).
+  bool Feed(Yuv420& frame);
+  // Stitches (once) and copies the panorama out of the work buffer.
+  std::int32_t Finish();
+
+  const std::vector<FrameRecord>& records() const { return records_; }
+  int frames_read() const { return static_cast<int>(records_.size()); }
+  int frames_kept() const { return kept_; }
+  std::int32_t direction() const { return direction_; }
+  int detected_at() const { return detected_at_; }
+  bool complete() const { return angle_ >= 180 && end_code_ == 0; }
+  std::int32_t end_code() const { return end_code_; }  // the engine failure that ended it
+  std::int32_t stitch_result() const { return stitch_result_; }
+  bool narrow() const { return narrow_; }
+  const Yuv420& panorama() const { return panorama_; }
+  const Rgb& preview() const { return preview_; }
+  double ms_per_frame() const { return frames_read() > 0 ? engine_ms_ / frames_read() : 0.0; }
+  // Canvas seam columns (horizontal sweeps) or rows (vertical ones) of the kept strips, with
+  // the overlap band [start, end) around each, in panorama coordinates.
+  struct Seam {
+    int start, end;
+  };
+  std::vector<Seam> Seams() const;
+
+ private:
+  void DrawProgress();
+  void Warn(std::int32_t code);
+  void WriteDebug(const Yuv420& frame);
+
+  int width_, height_;
+  std::uint32_t format_;
+  CaptureOptions options_;
+  std::vector<std::uint8_t> work_;
+  ZMOSSWEEPSTITCHER* engine_ = nullptr;
+  std::int32_t init_result_ = -1;
+  ZMOSIMAGE ui_{};
+  std::int32_t ui_rect_[4] = {0, 0, 0, 0};
+  std::int32_t angle_ = 0, direction_ = -1, end_code_ = 0, stitch_result_ = -1;
+  int kept_ = 0, detected_at_ = -1;
+  bool ended_ = false, finished_ = false, narrow_ = true, warned_[3] = {false, false, false};
+  bool preview_failed_ = false;
+  double engine_ms_ = 0;
+  std::vector<FrameRecord> records_;
+  Yuv420 panorama_;
+  Rgb preview_;
+};
+
+}  // namespace lumivex::tools
+
+#endif  // LUMIVEX_TOOLS_CAPTURE_H_

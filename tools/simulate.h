@@ -1,0 +1,59 @@
+// Sweeps cut out of a still photograph along a known path, with the imperfections of a
+// hand-held phone: jitter, drift, sensor noise, exposure drift, too-fast or backward
+// stretches. Deterministic for a given seed.
+#ifndef LUMIVEX_TOOLS_SIMULATE_H_
+#define LUMIVEX_TOOLS_SIMULATE_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/image_io.h"
+
+namespace lumivex::tools {
+
+struct SimOptions {
+  int width = 640;
+  int height = 480;
+  int direction = 0;     // engine codes: 0 right, 1 left, 2 down, 3 up
+  double speed = 0;      // pixels a frame along the sweep; 0: width / 40
+  double jitter = 0;     // hand wander across the sweep, pixels (random walk, bounded)
+  double drift = 0;      // steady motion across the sweep, pixels a frame
+  double noise = 0;      // sensor noise, standard deviation in luma steps
+  double exposure = 0;   // brightness change over the whole sweep (0.1 = +10 %)
+  int too_fast_at = -1;  // frame that jumps three strips at once
+  int backward_at = -1;  // first frame of a backward stretch
+  int backward_frames = 8;
+  int frames = 0;  // 0: as many as a full 180-degree sweep needs, with a margin
+  std::uint64_t seed = 1;
+  std::uint32_t format = ZMOS_FORMAT_NV21;
+};
+
+bool ParseDirection(const std::string& name, int* direction);
+
+class Simulator {
+ public:
+  // The photograph is scaled up when the path would not fit in it.
+  Simulator(const Rgb& photo, const SimOptions& options);
+  int frames() const { return static_cast<int>(path_.size()); }
+  // Top-left corner of frame k in the (scaled) photograph.
+  std::pair<int, int> Position(int k) const { return path_[k]; }
+  Yuv420 Frame(int k) const;
+  // Luma of the (scaled) photograph, for scoring.
+  const std::vector<std::uint8_t>& luma() const { return y_; }
+  int photo_width() const { return w_; }
+  int photo_height() const { return h_; }
+  double scale() const { return scale_; }
+  bool WriteTruth(const std::string& path, std::string* error) const;
+
+ private:
+  SimOptions o_;
+  int w_ = 0, h_ = 0;
+  double scale_ = 1;
+  std::vector<std::uint8_t> y_, u_, v_;
+  std::vector<std::pair<int, int>> path_;
+};
+
+}  // namespace lumivex::tools
+
+#endif  // LUMIVEX_TOOLS_SIMULATE_H_
