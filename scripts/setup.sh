@@ -7,7 +7,7 @@ packages=(
   cmake ninja-build g++ clang clang-format
   googletest libgtest-dev libbenchmark-dev libjpeg-turbo-progs
   libpng-dev libjpeg62-turbo-dev
-  g++-arm-linux-gnueabihf qemu-user ffmpeg
+  g++-arm-linux-gnueabihf qemu-user ffmpeg openjdk-17-jdk-headless
 )
 
 missing=()

@@ -42,6 +42,35 @@ LUMIVEX_API void _LOG2FILE(const char* szFormat, ...)
 typedef void (*MLogSink)(void* pUser, const char* szLine);
 LUMIVEX_API void MLogSetSink(MLogSink pfnSink, void* pUser);
 
+/* Platform bitmaps: a pixel format, the size, three pitches and three plane pointers. */
+enum {
+  MPAF_GRAY8 = 0x64000000,
+  MPAF_RGB16_R5G6B5 = 0x15000454,
+  MPAF_RGB32_A8R8G8B8 = 0x37000777,
+  MPAF_I420 = 0x50000811,
+  MPAF_NV21_WRAP = 0x70000002,  /* planes: luma, U (one byte into the VU pairs), V */
+  MPAF_NV21_RESULT = 0x70001002 /* luma rows, then one VU row per luma row */
+};
+
+typedef struct MBITMAP {
+  uint32_t dwPixelArrayFormat;
+  int32_t lWidth;
+  int32_t lHeight;
+  int32_t lPitch[3];
+  uint8_t* pPlane[3];
+} MBITMAP;
+
+/* Allocates pixels (one block, from the process heap) for the format and size already in
+ * *pBitmap and fills its pitches and planes. Returns 0, 2, 3 or 4. */
+LUMIVEX_API int32_t MBitmapAlloc(MBITMAP* pBitmap);
+LUMIVEX_API void MBitmapFree(MBITMAP* pBitmap);
+/* A new bitmap record with its pixels; null when it cannot be made. */
+LUMIVEX_API MBITMAP* MdBitmapAlloc(int32_t lWidth, int32_t lHeight, uint32_t dwFormat);
+LUMIVEX_API void MdBitmapFree(MBITMAP* pBitmap);
+/* Colour conversion between bitmaps of one size: I420, NV21 (wrap or result) to
+ * RGB 565, ARGB 8888 or grey (BT.601, full range). Returns 0, 2 or 3. */
+LUMIVEX_API int32_t ConvertCS(const MBITMAP* pSrc, MBITMAP* pDst);
+
 LUMIVEX_EXTERN_C_END
 
 #endif /* LUMIVEX_PLATFORM_H_ */

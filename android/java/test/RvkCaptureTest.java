@@ -1,0 +1,181 @@
+import android.graphics.Bitmap;
+import com.velqor.camera.rvk.MPanoInfo;
+import com.velqor.camera.rvk.VideoRVK;
+import com.velqor.camera.rvk.desktop.HostKit;
+import java.io.DataInputStream;
+import java.io.FileInputStream;
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.util.ArrayList;
+import java.util.List;
+
+/**
+ * Drives whole captures through the four native methods in a real JVM, with frames a
+ * simulated sweep wrote, and checks the notifications. Exits non-zero on any failure.
+ */
+public final class RvkCaptureTest {
+  private static int failures = 0;
+
+  private static void check(boolean ok, String what) {
+    System.out.println((ok ? "ok   " : "FAIL ") + what);
+    if (!ok) failures++;
+  }
+
+  /** Every notification of one capture. */
+  private static final class Recorder implements VideoRVK.Listener {
+    final List<Integer> ids = new ArrayList<>();
+    final List<Object> data = new ArrayList<>();
+
+    @Override
+    public int onNotify(int msg, Object d) {
+      ids.add(msg);
+      data.add(d);
+      return 0;
+    }
+
+    int count(int id) {
+      int n = 0;
+      for (int i : ids) if (i == id) n++;
+      return n;
+    }
+
+    Object last(int id) {
+      for (int i = ids.size() - 1; i >= 0; i--) if (ids.get(i) == id) return data.get(i);
+      return null;
+    }
+  }
+
+  private static int width, height;
+
+  /** 4:2:0 Y4M frames as NV21. */
+  private static List<byte[]> readY4m(String path) throws IOException {
+    List<byte[]> frames = new ArrayList<>();
+    try (DataInputStream in = new DataInputStream(new FileInputStream(path))) {
+      String header = readLine(in);
+      for (String word : header.split(" ")) {
+        if (word.startsWith("W")) width = Integer.parseInt(word.substring(1));
+        if (word.startsWith("H")) height = Integer.parseInt(word.substring(1));
+      }
+      int luma = width * height, chroma = luma / 4;
+      byte[] i420 = new byte[luma + 2 * chroma];
+      for (String line = readLine(in); line != null && line.startsWith("FRAME"); line = readLine(in)) {
+        in.readFully(i420);
+        byte[] nv21 = new byte[luma + 2 * chroma];
+        System.arraycopy(i420, 0, nv21, 0, luma);
+        for (int i = 0; i < chroma; i++) {
+          nv21[luma + 2 * i] = i420[luma + chroma + i]; // V
+          nv21[luma + 2 * i + 1] = i420[luma + i]; // U
+        }
+        frames.add(nv21);
+      }
+    }
+    return frames;
+  }
+
+  private static String readLine(DataInputStream in) throws IOException {
+    StringBuilder sb = new StringBuilder();
+    int c;
+    while ((c = in.read()) != -1 && c != '\n') sb.append((char) c);
+    return c == -1 && sb.length() == 0 ? null : sb.toString();
+  }
+
+  /** The handler's panorama: luma rows equal, chroma row i equal to the reference's i / 2. */
+  private static boolean sameAsReference(int key, byte[] reference) {
+    int[] info = HostKit.resultInfo(key);
+    byte[] pixels = HostKit.resultPixels(key);
+    if (info == null || pixels == null || reference == null) return false;
+    ByteBuffer ref = ByteBuffer.wrap(reference);
+    int w = ref.getInt(), h = ref.getInt();
+    if (info[0] != w || info[1] != h || info[4] != 0x70001002) {
+      System.out.println("  result " + info[0] + "x" + info[1] + " format 0x" + Integer.toHexString(info[4])
+          + ", reference " + w + "x" + h);
+      return false;
+    }
+    int lumaPitch = info[2], chromaPitch = info[3];
+    for (int y = 0; y < h; y++) {
+      for (int x = 0; x < w; x++) {
+        if (pixels[y * lumaPitch + x] != reference[8 + y * w + x]) return false;
+        byte chroma = pixels[lumaPitch * h + y * chromaPitch + x];
+        if (chroma != reference[8 + w * h + (y / 2) * w + x]) return false;
+      }
+    }
+    return true;
+  }
+
+  private static byte[] concat(List<byte[]> frames, int count) {
+    int size = frames.get(0).length;
+    byte[] all = new byte[size * count];
+    for (int i = 0; i < count; i++) System.arraycopy(frames.get(i), 0, all, i * size, size);
+    return all;
+  }
+
+  public static void main(String[] args) throws IOException {
+    List<byte[]> frames = readY4m(args[0]);
+    check(frames.size() > 40, "read " + frames.size() + " frames of " + width + "x" + height);
+
+    // A whole capture.
+    Recorder rec = new Recorder();
+    VideoRVK host = new VideoRVK(rec);
+    int key = VideoRVK._InitRVK(null, host, 30, width, height);
+    check(key != 0, "init gives a handle");
+    int processed = 0, result = 0;
+    for (byte[] f : frames) {
+      result = VideoRVK._ProcessRVK(key, f, width, height);
+      processed++;
+      if (rec.count(2) > 0 || result != 0) break;
+    }
+    check(result == 0, "frames processed without error (" + processed + ")");
+    check(rec.count(4) > 0, "preview bitmaps arrived: " + rec.count(4));
+    boolean previewsOk = true;
+    for (int i = 0; i < rec.ids.size(); i++) {
+      if (rec.ids.get(i) != 4) continue;
+      Bitmap b = (Bitmap) rec.data.get(i);
+      previewsOk &= b.getConfig() == Bitmap.Config.RGB_565 && b.getWidth() == (3 * width) / 6
+          && b.getHeight() == height / 6;
+    }
+    check(previewsOk, "previews are RGB 565 of " + (3 * width) / 6 + "x" + height / 6);
+    MPanoInfo last = (MPanoInfo) rec.last(1);
+    check(last != null && last.angle == 180 && last.direction == 1,
+        "progress reaches 180 degrees left to right: " + last);
+    int firstProgress = rec.ids.indexOf(1);
+    check(firstProgress > 0 && rec.count(1) > 10, "progress arrives once the direction is known");
+    check(rec.count(2) == 1 && rec.count(3) == 0, "the result arrives once");
+    Integer resultKey = (Integer) rec.last(2);
+    check(resultKey != null && sameAsReference(resultKey,
+            HostKit.stitchReference(concat(frames, processed), processed, width, height)),
+        "the result's NV21 pixels are what ZMOS_Stitch gives for the same frames");
+    check(VideoRVK._ProcessRVK(key, frames.get(0), width, height) == 5, "a later frame returns 5");
+    int before = rec.ids.size();
+    HostKit.notifyRaw(key, 0x77);
+    check(rec.ids.size() == before, "nothing reaches the host for an unknown id");
+    check(VideoRVK._UninitRVK(key) == 0, "uninit returns 0");
+    check(VideoRVK._ProcessRVK(key, frames.get(0), width, height) == 2, "a released handle returns 2");
+
+    // Stopped before any direction was found: the panorama is the first frame.
+    Recorder early = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(early), 0, width, height);
+    VideoRVK._ProcessRVK(key, frames.get(0), width, height);
+    check(VideoRVK._StopProcessRVK(key) == 0, "stop before a direction stitches");
+    check(early.count(2) == 1 && early.count(1) == 0, "a result and no progress");
+    check(sameAsReference((Integer) early.last(2), HostKit.stitchReference(frames.get(0), 1, width, height)),
+        "that result is the first frame");
+    VideoRVK._UninitRVK(key);
+
+    // maxNumber 31 is clamped like 0 (the log shows m_dwRVKMaxNumber=30 for both).
+    key = VideoRVK._InitRVK(null, new VideoRVK(null), 31, width, height);
+    check(key != 0, "maxNumber 31 initialises");
+    VideoRVK._UninitRVK(key);
+
+    check(VideoRVK._InitRVK(null, null, 30, width, height) == 0, "a null host gives 0");
+    check(VideoRVK._InitRVK(null, host, 30, 0, height) == 0, "a zero width gives 0");
+    check(VideoRVK._InitRVK(null, host, 30, width, 0) == 0, "a zero height gives 0");
+
+    check(HostKit.bitmapOfFormat(0x70000002) == null, "an NV21 bitmap exports as null");
+    check(HostKit.bitmapOfFormat(0x50000811) == null, "an I420 bitmap exports as null");
+    Object rgb = HostKit.bitmapOfFormat(0x15000454);
+    check(rgb instanceof Bitmap && ((Bitmap) rgb).getPixelBytes()[5] == 5, "an RGB 565 bitmap exports with its pixels");
+
+    System.out.println(failures == 0 ? "PASS" : failures + " FAILED");
+    System.exit(failures == 0 ? 0 : 1);
+  }
+}
