@@ -131,6 +131,25 @@ LUMIVEX_API int32_t ZMOSInsertImageToLinkROI_AOD(ZMOSIMAGELINK* pLink, const ZMO
                                                  const ZMOSRECT* pRect, int32_t lTag1,
                                                  int32_t lTag2, MHandle hMemMgr);
 
+/* Image stack: copies of rectangles of frames with two tags and three values each, handed
+ * back in insertion order (first in, first out). */
+typedef struct ZMOSIMAGESTACK ZMOSIMAGESTACK;
+
+LUMIVEX_API int32_t ZMOSCreateImageStack_SIS(ZMOSIMAGESTACK** phStack, int32_t lCapacity,
+                                             MHandle hMemMgr);
+/* Stores a copy of pRect of the image (null: the whole image). 2 when full. */
+LUMIVEX_API int32_t ZMOSAddImageIntoStack_SIS(ZMOSIMAGESTACK* hStack, const ZMOSIMAGE* pImage,
+                                              int32_t lTag1, int32_t lTag2, int32_t lValue1,
+                                              int32_t lValue2, int32_t lValue3,
+                                              const ZMOSRECT* pRect);
+/* The next entry; the image stays the stack's. *plLast is set to 1 on the last entry and
+ * left alone otherwise. 2 when there is none. */
+LUMIVEX_API int32_t ZMOSGetImageFromStack_SIS(ZMOSIMAGESTACK* hStack, ZMOSIMAGE** ppImage,
+                                              int32_t* plTag1, int32_t* plTag2, int32_t* plValue1,
+                                              int32_t* plValue2, int32_t* plValue3,
+                                              int32_t* plLast);
+LUMIVEX_API void ZMOSReleaseImageStack_SIS(ZMOSIMAGESTACK** phStack);
+
 LUMIVEX_EXTERN_C_END
 
 #endif /* LUMIVEX_IMAGE_H_ */

@@ -89,6 +89,46 @@ LUMIVEX_API void ZMOSSetCrossMargin_DIS(ZMOSDIRECTSTITCHER* hStitcher, int32_t l
 LUMIVEX_API void ZMOSReleasePartialDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher);
 LUMIVEX_API void ZMOSReleaseDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher);
 
+/* Image blender: places frames one by one on a result image, blending each into what is
+ * there across a searched seam (directions 0 and 1). */
+typedef struct ZMOSIMAGEBLENDER ZMOSIMAGEBLENDER;
+
+LUMIVEX_API int32_t ZMOSCreateImageBlender_SBI(ZMOSIMAGEBLENDER** phBlender, ZMOSIMAGE* pResult,
+                                               int32_t lDirection, int32_t lMinOverlap,
+                                               uint32_t dwPathSearchThreshold, MHandle hMemMgr);
+LUMIVEX_API void ZMOSSetDirection_SBI(ZMOSIMAGEBLENDER* hBlender, int32_t lDirection);
+/* pRect: the usable part of the frame (null: all of it); plOffset: its motion (x, y);
+ * lSeam (E) and lOverlapStart (F): frame columns of the seam and of the overlap's start. */
+LUMIVEX_API int32_t ZMOSImageBlenderRun_SBI(ZMOSIMAGEBLENDER* hBlender, const ZMOSIMAGE* pFrame,
+                                            const ZMOSRECT* pRect, const int32_t* plOffset,
+                                            int32_t lSeam, int32_t lOverlapStart);
+LUMIVEX_API void ZMOSGetValidRect_SBI(ZMOSIMAGEBLENDER* hBlender, ZMOSRECT* pRect);
+LUMIVEX_API int32_t ZMOSCropResultImage_SBI(ZMOSIMAGEBLENDER* hBlender);
+LUMIVEX_API void ZMOSReleaseImageBlender_SBI(ZMOSIMAGEBLENDER** phBlender);
+
+/* Image stitcher: records strips around each frame's seam in an image stack, and replays
+ * them through an image blender when asked to stitch. */
+typedef struct ZMOSIMAGESTITCHER ZMOSIMAGESTITCHER;
+
+LUMIVEX_API int32_t ZMOSCreateImageStitcher_ISR(ZMOSIMAGESTITCHER** phStitcher, int32_t lWidth,
+                                                int32_t lHeight, uint32_t dwFormat,
+                                                int32_t lDirection, int32_t lCapacity,
+                                                MHandle hMemMgr);
+LUMIVEX_API int32_t ZMOSAddImage_ISR(ZMOSIMAGESTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
+                                     const int32_t* plOffset, int32_t lOverlap, int32_t lSeam,
+                                     int32_t lStripLength);
+LUMIVEX_API int32_t ZMOSStitchBlendImage_ISR(ZMOSIMAGESTITCHER* hStitcher);
+LUMIVEX_API void ZMOSGetValidRect_ISR(ZMOSIMAGESTITCHER* hStitcher, ZMOSRECT* pRect);
+LUMIVEX_API void ZMOSGetResultImage_ISR(ZMOSIMAGESTITCHER* hStitcher, ZMOSIMAGE** ppImage);
+LUMIVEX_API void ZMOSReleaseImageStitcher_ISR(ZMOSIMAGESTITCHER** phStitcher);
+
+/* Merges two equal-sized regions along a searched seam: the first image's pixels left of
+ * it, the second's right of it, a narrow faded band between (built-in 10-weight table when
+ * none is installed). lFlag nonzero writes into the second image and copies the region
+ * back into the first. Returns 0, 3, 4 or 5. */
+LUMIVEX_API int32_t ZMOSBlendImage_AME(ZMOSIMAGE* pFirst, ZMOSRECT FirstRect, ZMOSIMAGE* pSecond,
+                                       ZMOSRECT SecondRect, int32_t lFlag, MHandle hMemMgr);
+
 LUMIVEX_EXTERN_C_END
 
 #endif /* LUMIVEX_STITCH_H_ */

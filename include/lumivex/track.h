@@ -91,6 +91,22 @@ LUMIVEX_API int32_t ZMOSVideoTrackerSwap_PBM(ZMOSVideoTracker* pTracker, const Z
 LUMIVEX_API int32_t ZMOSVideoTrackerSwapRF_PBM(ZMOSVideoTracker* pTracker, const ZMOSIMAGE* pImage);
 LUMIVEX_API int32_t ZMOSVideoTrackerSwapFF_PBM(ZMOSVideoTracker* pTracker, const ZMOSIMAGE* pImage);
 
+/* Gradient kernels over a rectangle of W x H luma samples (3 x 3 derivative, smoothing
+ * 3, 10, 3, scaled down by 32). Iy: H - 2 row sums of |vertical gradient| (only the first W
+ * output entries are cleared first); Ix: W - 2 column sums of |horizontal gradient|;
+ * IxIy: both gradients, (H - 2) rows of W - 2 values at a row stride of lStride entries.
+ * Return 0, 2, 3 or 4. */
+LUMIVEX_API int32_t ZMOSCalcIyVertProj(const ZMOSIMAGE* pImage, const ZMOSRECT* pRect,
+                                       int32_t* plOut, MHandle hMemMgr);
+LUMIVEX_API int32_t ZMOSCalcIxHoriProj(const ZMOSIMAGE* pImage, const ZMOSRECT* pRect,
+                                       int32_t* plOut, MHandle hMemMgr);
+LUMIVEX_API int32_t ZMOSCalcIxIy(const ZMOSIMAGE* pImage, const ZMOSRECT* pRect, int32_t* plIx,
+                                 int32_t* plIy, int32_t lStride, MHandle hMemMgr);
+/* A tracker run on gradient projections; bSwap makes this frame the reference. */
+LUMIVEX_API int32_t ZMOSVideoTrackerGradientRun_PBM(ZMOSVideoTracker* pTracker,
+                                                    const ZMOSIMAGE* pImage, int32_t* plOffsets,
+                                                    int32_t bSwap);
+
 LUMIVEX_EXTERN_C_END
 
 #endif /* LUMIVEX_TRACK_H_ */
