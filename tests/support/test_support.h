@@ -38,6 +38,11 @@ class GuardedImage {
  public:
   GuardedImage(std::uint32_t format, int width, int height, int extra_pitch = 3,
                std::uint64_t seed = 1);
+  // The image points into the buffer: a move keeps the storage, a copy would not.
+  GuardedImage(GuardedImage&&) = default;
+  GuardedImage& operator=(GuardedImage&&) = default;
+  GuardedImage(const GuardedImage&) = delete;
+  GuardedImage& operator=(const GuardedImage&) = delete;
   ZMOSIMAGE* get() { return &image_; }
   const ZMOSIMAGE* get() const { return &image_; }
   // True while no byte outside the pixels has changed.

@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "lumivex/image.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using lumivex::test::GuardedImage;
+
+TEST(ImageStack, FirstInFirstOutWithValuesAndTheLastFlag) {
+  lumivex::test::WorkArena arena(1 << 20);
+  ZMOSIMAGESTACK* s = nullptr;
+  ASSERT_EQ(ZMOSCreateImageStack_SIS(&s, 3, arena.handle()), 0);
+  ZMOSIMAGE* img = reinterpret_cast<ZMOSIMAGE*>(&s);
+  std::int32_t t1 = -1, t2 = -1, v1, v2, v3, last = 0;
+  EXPECT_EQ(ZMOSGetImageFromStack_SIS(s, &img, &t1, &t2, &v1, &v2, &v3, &last), 2);
+  EXPECT_EQ(img, nullptr);
+  EXPECT_EQ(t1, 0);
+  GuardedImage frame(ZMOS_FORMAT_NV21, 64, 32, 0, 5);
+  for (int i = 1; i <= 3; ++i) {
+    const ZMOSRECT r{2 * i, 0, 2 * i + 16, 8};
+    ASSERT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), i, -i, 10 * i, 20 * i, 30 * i, &r), 0);
+  }
+  EXPECT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), 4, 4, 4, 4, 4, nullptr), 2);  // full
+  for (int i = 1; i <= 3; ++i) {
+    ASSERT_EQ(ZMOSGetImageFromStack_SIS(s, &img, &t1, &t2, &v1, &v2, &v3, &last), 0);
+    EXPECT_EQ(t1, i);
+    EXPECT_EQ(t2, -i);
+    EXPECT_EQ(v1, 10 * i);
+    EXPECT_EQ(v3, 30 * i);
+    EXPECT_EQ(last, i == 3 ? 1 : 0);
+    ASSERT_EQ(img->lWidth, 16);
+    EXPECT_EQ(img->pPlane[0][0], frame.at(0, 2 * i, 0));  // a copy of the rectangle
+  }
+  EXPECT_EQ(ZMOSGetImageFromStack_SIS(s, &img, &t1, &t2, &v1, &v2, &v3, &last), 2);
+  ZMOSReleaseImageStack_SIS(&s);
+  EXPECT_EQ(s, nullptr);
+  ZMOSReleaseImageStack_SIS(&s);
+  EXPECT_EQ(arena.UsedBlocks(), 0);
+  EXPECT_EQ(ZMOSAddImageIntoStack_SIS(nullptr, frame.get(), 0, 0, 0, 0, 0, nullptr), 2);
+  lumivex::test::WorkArena tiny(100);
+  EXPECT_EQ(ZMOSCreateImageStack_SIS(&s, 1000, tiny.handle()), ZMOS_ERR_NO_MEMORY);
+  EXPECT_EQ(s, nullptr);
+}
+
+}  // namespace
