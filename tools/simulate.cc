@@ -118,9 +118,9 @@ Simulator::Simulator(const Rgb& photo, const SimOptions& options) : o_(options) 
     // The path is centred along the photograph, so sweeps of either sense cover the same
     // part of it.
     const double slack = std::max(0.0, (extent_along - need_along) / 2.0);
-    const int pos = static_cast<int>(std::lround(
-        forward ? margin + slack + (a - min_a)
-                : extent_along - frame_along - margin - slack - (a - min_a)));
+    const int pos = static_cast<int>(
+        std::lround(forward ? margin + slack + (a - min_a)
+                            : extent_along - frame_along - margin - slack - (a - min_a)));
     path_.push_back(horizontal ? std::make_pair(pos, pc) : std::make_pair(pc, pos));
   }
 }

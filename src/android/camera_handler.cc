@@ -93,9 +93,9 @@ std::int32_t Forward(CCamHandlerVideoRVK* h) {
       BuildBmpFromZMOSIMAGE(&result, &wrap);
       if (h->ResultBitmap.pPlane[0] != nullptr) MBitmapFree(&h->ResultBitmap);
       h->ResultBitmap = MBITMAP{};
-      h->ResultBitmap.dwPixelArrayFormat =
-          wrap.dwPixelArrayFormat == MPAF_NV21_WRAP ? std::uint32_t{MPAF_NV21_RESULT}
-                                                    : wrap.dwPixelArrayFormat;
+      h->ResultBitmap.dwPixelArrayFormat = wrap.dwPixelArrayFormat == MPAF_NV21_WRAP
+                                               ? std::uint32_t{MPAF_NV21_RESULT}
+                                               : wrap.dwPixelArrayFormat;
       h->ResultBitmap.lWidth = wrap.lWidth;
       h->ResultBitmap.lHeight = wrap.lHeight;
       MBitmapAlloc(&h->ResultBitmap);
