@@ -2,7 +2,6 @@
 // pixels left of it, the second's right of it, a narrow faded band in between.
 #include <algorithm>
 #include <cstdint>
-#include <vector>
 
 #include "lumivex/stitch.h"
 #include "src/stitch/blend_internal.h"

@@ -1,5 +1,5 @@
-// Shared pieces of the blends: the engine-wide blend table, the blend rule, plane views
-// that know their extents, and the seam search in either orientation.
+// Shared pieces of the blends and stitchers: the engine-wide blend table, the blend rule,
+// plane views that know their extents, and the seam search in either orientation.
 #ifndef LUMIVEX_SRC_STITCH_BLEND_INTERNAL_H_
 #define LUMIVEX_SRC_STITCH_BLEND_INTERNAL_H_
 
@@ -19,6 +19,12 @@ extern std::int32_t g_BlendTableStatic[10];
 
 // The seam search runs only where the overlap exceeds the table width by this margin.
 inline constexpr std::int32_t kSeamSearchMargin = 80;
+
+// Valid rectangles of both stitchers keep their cross margins and content ends even, so
+// chroma rows and columns stay paired.
+constexpr std::int32_t RoundUpEven(std::int32_t v) {
+  return v + (v & 1);
+}
 
 // weight(i) = (w-1-i)/w below the middle and (w-i)/w from it on, in Q16.
 void FillBlendTable(std::int32_t* table, std::int32_t w);

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "src/stitch/blend_internal.h"
+
 namespace lumivex::stitch {
 namespace {
 
@@ -139,10 +141,6 @@ std::int32_t AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& 
   s.pStripRects[i] = axes.Rect(r, r + overlap, shift, end - first);
   ++s.lCount;
   return ZMOS_OK;
-}
-
-constexpr std::int32_t RoundUpEven(std::int32_t v) {
-  return v + (v & 1);
 }
 
 }  // namespace

@@ -37,10 +37,6 @@ struct ZMOSIMAGESTITCHER {
 namespace lumivex::stitch {
 namespace {
 
-constexpr std::int32_t RoundUpEven(std::int32_t v) {
-  return v + (v & 1);
-}
-
 struct Rows {
   std::int32_t result_top, result_bottom, frame_top, frame_bottom;
 };
