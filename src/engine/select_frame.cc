@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "src/engine/sweep_stitcher.h"
+#include "src/platform/wrap.h"
 
 namespace lumivex::engine {
 namespace {
@@ -134,23 +135,23 @@ std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx,
   std::int32_t k = 0, drift = 0;
   switch (s.lDirection) {
     case 0:
-      s.lMainOffset += dx;
-      drift = s.lDriftY += dy;
+      s.lMainOffset = WrapAdd(s.lMainOffset, dx);
+      drift = s.lDriftY = WrapAdd(s.lDriftY, dy);
       k = dx / 2;
       break;
     case 1:
-      s.lMainOffset -= dx;
-      drift = s.lDriftY += dy;
+      s.lMainOffset = WrapSub(s.lMainOffset, dx);
+      drift = s.lDriftY = WrapAdd(s.lDriftY, dy);
       k = -(dx / 2);
       break;
     case 2:
-      s.lMainOffset += dy;
-      drift = s.lDriftX += dx;
+      s.lMainOffset = WrapAdd(s.lMainOffset, dy);
+      drift = s.lDriftX = WrapAdd(s.lDriftX, dx);
       k = dy / 2;
       break;
     case 3:
-      s.lMainOffset -= dy;
-      drift = s.lDriftX += dx;
+      s.lMainOffset = WrapSub(s.lMainOffset, dy);
+      drift = s.lDriftX = WrapAdd(s.lDriftX, dx);
       k = -(dy / 2);
       break;
     default:
@@ -164,10 +165,10 @@ std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx,
   }
   const std::int32_t cut = k & ~1;
   const std::int32_t length = IsHorizontal(s.lDirection) ? s.lPanoWidth : s.lPanoHeight;
-  const bool complete = s.lBandCount == 1
-                            ? s.lStripEnd + s.lMainOffset + s.lStripStart >= length ||
-                                  s.lKeptCount >= s.lMaxKeptFrames - 1
-                            : s.lMainOffset > s.lPanoWidth || s.lKeptCount >= s.lMaxKeptFrames - 1;
+  const bool complete =
+      s.lBandCount == 1 ? WrapAdd(WrapAdd(s.lStripEnd, s.lMainOffset), s.lStripStart) >= length ||
+                              s.lKeptCount >= s.lMaxKeptFrames - 1
+                        : s.lMainOffset > s.lPanoWidth || s.lKeptCount >= s.lMaxKeptFrames - 1;
   if (complete) s.bFinished = 1;
   const std::int32_t offset[2] = {dx, dy};
   for (std::int32_t i = 0; i < s.lBandCount; ++i) {
@@ -185,6 +186,8 @@ std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx,
 }  // namespace lumivex::engine
 
 using namespace lumivex::engine;
+using lumivex::WrapAbs;
+using lumivex::WrapAdd;
 
 extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
                                        const ZMOSIMAGE* pTrackFrame, int32_t* plOffset,
@@ -238,9 +241,9 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
     // A sweep with no second kept frame 41 frames after detection whose motion has
     // turned onto the other axis has gone wrong.
     if (s.lFrameCount >= 41 && s.bNoSecondFrame) {
-      g_WrongAxis.sx += dx;
-      g_WrongAxis.sy += dy;
-      const std::int32_t ax = std::abs(g_WrongAxis.sx), ay = std::abs(g_WrongAxis.sy);
+      g_WrongAxis.sx = WrapAdd(g_WrongAxis.sx, dx);
+      g_WrongAxis.sy = WrapAdd(g_WrongAxis.sy, dy);
+      const std::int32_t ax = WrapAbs(g_WrongAxis.sx), ay = WrapAbs(g_WrongAxis.sy);
       if (IsHorizontal(s.lDirection) ? ax < ay : ax > ay) status = ZMOS_SELECT_WRONG;
     }
     ++s.lFrameCount;
@@ -259,8 +262,8 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
   plOffset[0] = static_cast<std::int32_t>(x * track.lWidth / frame.lWidth);
   plOffset[1] = static_cast<std::int32_t>(-(y * track.lWidth / frame.lWidth));
   if (*plStatus == ZMOS_SELECT_KEEP) {
-    s.lSumDx += dx;
-    s.lSumDy += dy;
+    s.lSumDx = WrapAdd(s.lSumDx, dx);
+    s.lSumDy = WrapAdd(s.lSumDy, dy);
     s.bNewStrip = 1;
   }
   if (s.phDIS != nullptr) {

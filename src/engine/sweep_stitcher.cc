@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "src/stitch/blend_internal.h"
+
 namespace lumivex::engine {
 
 WrongAxisSums g_WrongAxis = {};
@@ -91,6 +93,9 @@ int32_t ZMOSCreateSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher, const ZMOSSW
   if (lBandCount < 1 || lBandCount > 64) return ZMOS_ERR_INVALID_PARAM;
   MHandle mem = MMemMgrCreate(pParam->pWorkBuffer, pParam->lWorkBufferSize);
   if (mem == nullptr) return ZMOS_ERR_NO_MEMORY;
+  // A table left by an earlier capture over this same buffer address lived in bytes the
+  // new manager has just overwritten.
+  lumivex::stitch::ForgetBlendTableOf(mem);
   auto* s = static_cast<ZMOSSWEEPSTITCHER*>(MMemAlloc(mem, sizeof(ZMOSSWEEPSTITCHER)));
   if (s == nullptr) return ZMOS_ERR_NO_MEMORY;
   MMemSet(s, 0, sizeof(ZMOSSWEEPSTITCHER));
@@ -130,8 +135,10 @@ void ZMOSReleaseSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher) {
   ZMOSReleaseFrameSelector_FS(&s->hFrameSelector);
   ZMOSReleaseVideoTracker_PBM(&s->hTracker);
   ZMOSFreeImage_AOD(&s->pFirstFrame, mem);
-  // The preview stays in the work buffer, which the caller discards.
+  // The preview stays in the work buffer, which the caller discards; so does a blend table
+  // a failed blend left installed, which must not outlive the buffer.
   MMemFree(mem, s);
+  lumivex::stitch::ForgetBlendTableOf(mem);
   *phStitcher = nullptr;
 }
 

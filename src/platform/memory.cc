@@ -146,17 +146,17 @@ void* ArenaAlloc(Arena* a, std::int32_t size) {
 }
 
 // Finds the block whose payload is `p`, or null when `p` is not a live block of `a`.
+// The tags are walked from the start rather than trusted where `p` points: stale tags of
+// coalesced blocks and payload bytes that happen to look like a tag must never pass.
 Tag* OwnedBlock(Arena* a, void* p) {
   auto* bytes = static_cast<std::uint8_t*>(p);
   auto* end = reinterpret_cast<std::uint8_t*>(a->sentinel);
   if (bytes < a->begin + kTag || bytes >= end) return nullptr;
   if (static_cast<std::size_t>(bytes - a->begin) % kAlign != 0) return nullptr;
-  Tag* t = reinterpret_cast<Tag*>(bytes) - 1;
-  const std::size_t size = SizeOf(t);
-  if (!IsUsed(t) || size < kMinBlock || size % kAlign != 0) return nullptr;
-  if (size > static_cast<std::size_t>(end - reinterpret_cast<std::uint8_t*>(t))) return nullptr;
-  if (Next(t)->prev_size != size) return nullptr;
-  return t;
+  Tag* const target = reinterpret_cast<Tag*>(bytes) - 1;
+  Tag* t = reinterpret_cast<Tag*>(a->begin);
+  while (t < target) t = Next(t);
+  return t == target && IsUsed(t) ? t : nullptr;
 }
 
 void ArenaFree(Arena* a, void* p) {

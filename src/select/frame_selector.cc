@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "src/platform/wrap.h"
+
 namespace lumivex::select {
 
 Accumulators g_SelectorTravel = {};
@@ -32,13 +34,13 @@ std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::in
       along = x, last_along = s.lLastX, cross = y, quarter = h4;
       break;
     case 1:
-      along = -x, last_along = -s.lLastX, cross = y, quarter = h4;
+      along = WrapNeg(x), last_along = WrapNeg(s.lLastX), cross = y, quarter = h4;
       break;
     case 2:
       along = y, cross = x, quarter = w4;
       break;
     case 3:
-      along = -y, cross = x, quarter = w4;
+      along = WrapNeg(y), cross = x, quarter = w4;
       break;
     default:
       return ZMOS_SELECT_NONE;
@@ -59,7 +61,7 @@ std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc) {
   const bool horizontal = Horizontal(s.lDirection);
   if (s.lDirection < 0 || s.lDirection > 3) return ZMOS_SELECT_NONE;
   const std::int32_t forward = s.lDirection == 0 || s.lDirection == 2 ? 1 : -1;
-  const std::int32_t along = forward * (horizontal ? acc.x : acc.y);
+  const std::int32_t along = WrapMul(forward, horizontal ? acc.x : acc.y);
   std::int32_t status = ZMOS_SELECT_NONE;
   if (along > s.lMinStep) status = ZMOS_SELECT_KEEP;
   if (along < -s.lMaxBack) status = ZMOS_SELECT_WRONG;
@@ -97,6 +99,8 @@ bool ValidFrames(const ZMOSIMAGE* frame, const ZMOSIMAGE* track, const std::int3
 }  // namespace lumivex::select
 
 using namespace lumivex::select;
+using lumivex::WrapAdd;
+using lumivex::WrapMul;
 
 extern "C" {
 
@@ -162,8 +166,8 @@ int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAG
   std::int32_t predicted[2] = {0, 0};
   ZMOSVideoTrackerRunFF_PBM(s.hTrackerFF, pTrackFrame, predicted);
   const std::int32_t scale = big_w / w;
-  predicted[0] *= scale;
-  predicted[1] *= scale;
+  predicted[0] = WrapMul(predicted[0], scale);
+  predicted[1] = WrapMul(predicted[1], scale);
   // A prediction far behind the last report along the sweep is not believed.
   const std::int64_t limit = std::int64_t{s.lMaxStep} * 6;
   switch (s.lDirection) {
@@ -184,8 +188,8 @@ int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAG
   }
   const std::int32_t last[2] = {s.lLastX, s.lLastY};
   const std::int32_t res = ZMOSVideoTrackerRunRF_PBM(s.hTrackerRF, pFrame, predicted, last);
-  acc.x += predicted[0];
-  acc.y += predicted[1];
+  acc.x = WrapAdd(acc.x, predicted[0]);
+  acc.y = WrapAdd(acc.y, predicted[1]);
   acc.n += 1;
   const std::int32_t status = Decide(s, acc, big_w >> 2, big_h >> 2);
   Conclude(s, acc, status, plOffset, plStatus, [&] {
@@ -217,8 +221,8 @@ int32_t ZMOSFrameSelectorRun_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* p
   s.lStatus = ZMOS_SELECT_NONE;
   std::int32_t measured[2] = {0, 0};
   const std::int32_t res = ZMOSVideoTrackerRun_PBM(s.hTrackerRF, pFrame, measured);
-  acc.x += measured[0];
-  acc.y += measured[1];
+  acc.x = WrapAdd(acc.x, measured[0]);
+  acc.y = WrapAdd(acc.y, measured[1]);
   acc.n += 1;
   Conclude(s, acc, DecideSingle(s, acc), plOffset, plStatus,
            [&] { ZMOSVideoTrackerSwap_PBM(s.hTrackerRF, pFrame); });

@@ -127,13 +127,18 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
     const std::int32_t rows = full_rows ? h : h / 2;
     if (full_rows)
       for (std::int32_t i = 0; i < h / 2; ++i) path[i] = path[2 * i];
+    // Rows and columns that either chroma plane lacks (or a missing plane) are skipped.
+    const PlaneView kv = ViewOf(kept, 1), nv = ViewOf(incoming, 1);
     for (std::int32_t r = 0; r < rows; ++r) {
       const std::int32_t s = (full_rows ? path[r] : path[2 * r]) & ~1;
       const std::int64_t krow = full_rows ? rk.lTop + r : rk.lTop / 2 + r;
       const std::int64_t nrow = full_rows ? rn.lTop + r : rn.lTop / 2 + r;
-      std::uint8_t* k = kept.pPlane[1] + krow * kept.lPitch[1] + rk.lLeft;
-      const std::uint8_t* n = incoming.pPlane[1] + nrow * incoming.lPitch[1] + rn.lLeft;
-      for (std::int32_t i = std::max(s + 2, 0); i < w; ++i) k[i] = n[i];
+      if (!kv.HasRow(krow) || !nv.HasRow(nrow)) continue;
+      std::uint8_t* k = kv.Row(krow) + rk.lLeft;
+      const std::uint8_t* n = nv.Row(nrow) + rn.lLeft;
+      const std::int64_t end =
+          std::min<std::int64_t>({w, kv.row_bytes - rk.lLeft, nv.row_bytes - rn.lLeft});
+      for (std::int64_t i = std::max(s + 2, 0); i < end; ++i) k[i] = n[i];
     }
   }
   if (planar && ch >= 1) {
@@ -141,15 +146,18 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
     if (kh > 0)
       for (std::int32_t i = 0; i < ch; ++i) path[i] = path[i << kh];
     for (int p = 1; p <= 2; ++p) {
-      // The chroma origin halves the rectangle's left and top for every planar format.
-      std::uint8_t* kbase =
-          kept.pPlane[p] + rk.lLeft / 2 + (std::int64_t{kept.lPitch[p]} * rk.lTop) / 2;
-      const std::uint8_t* nbase =
-          incoming.pPlane[p] + rn.lLeft / 2 + (std::int64_t{incoming.lPitch[p]} * rn.lTop) / 2;
+      // The chroma origin halves the rectangle's left and top for every planar format; with
+      // an odd top (or full-size chroma) that origin can run off the plane, so each byte is
+      // placed by its offset and only bytes inside both planes' samples are copied.
+      const PlaneView kv = ViewOf(kept, p), nv = ViewOf(incoming, p);
+      const std::int64_t kbase = rk.lLeft / 2 + (std::int64_t{kv.pitch} * rk.lTop) / 2;
+      const std::int64_t nbase = rn.lLeft / 2 + (std::int64_t{nv.pitch} * rn.lTop) / 2;
       for (std::int32_t r = 0; r < ch; ++r)
-        for (std::int32_t i = std::max(path[r] + 1, 0); i < cw; ++i)
-          kbase[std::int64_t{r} * kept.lPitch[p] + i] =
-              nbase[std::int64_t{r} * incoming.lPitch[p] + i];
+        for (std::int64_t i = std::max(path[r] + 1, 0); i < cw; ++i) {
+          const std::uint8_t* from = nv.At(nbase + r * nv.pitch + i);
+          const std::uint8_t* to = kv.At(kbase + r * kv.pitch + i);
+          if (from != nullptr && to != nullptr) *const_cast<std::uint8_t*>(to) = *from;
+        }
     }
   }
   return finish(ZMOS_OK);

@@ -17,6 +17,10 @@ extern std::int32_t g_BlendTableWidth;
 extern std::int32_t* g_BlendTable;
 extern std::int32_t g_BlendTableStatic[10];
 
+// Forgets, without freeing, a table allocated from `mgr`: called when the buffer under
+// that manager is about to be discarded or laid anew.
+void ForgetBlendTableOf(MHandle mgr);
+
 // The seam search runs only where the overlap exceeds the table width by this margin.
 inline constexpr std::int32_t kSeamSearchMargin = 80;
 

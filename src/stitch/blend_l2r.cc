@@ -9,15 +9,19 @@
 namespace lumivex::stitch {
 namespace {
 
-// One row of the luminance blend over columns [0, w_row) (the overlap's width).
+// One row of the luminance blend over columns [0, w_row) (the overlap's width); only the
+// first `s_cols` columns exist in the second image, the rest of the row keeps the first.
 void BlendRowAlongSeam(std::uint8_t* f, const std::uint8_t* s, std::int32_t w_row,
-                       std::int32_t seam, std::int32_t band, std::int32_t side) {
+                       std::int64_t s_cols, std::int32_t seam, std::int32_t band,
+                       std::int32_t side) {
   const std::int32_t w = g_BlendTableWidth;
   const std::int32_t* t = g_BlendTable;
   const bool averaged = w > band;
   const std::int32_t n = averaged ? band : w;
   const std::int64_t start = std::int64_t{seam} - (n - 1) / 2;
   const std::int64_t lo = std::max<std::int64_t>(start, 0);
+  w_row =
+      static_cast<std::int32_t>(std::min<std::int64_t>(w_row, std::max<std::int64_t>(s_cols, 0)));
   const std::int64_t hi = std::min<std::int64_t>(start + n, w_row);
   for (std::int64_t c = lo; c < hi; ++c) {
     const std::int64_t k = c - start;
@@ -190,9 +194,11 @@ int32_t BlendPlaneAlongSeam(uint8_t* pFirst, const uint8_t* pSecond, int32_t lFi
                             int32_t lSecondPitch, int32_t lWidth, int32_t lHeight,
                             const int32_t* plPath, int32_t lBand, int32_t lSide, MHandle) {
   if (pFirst == nullptr || pSecond == nullptr || plPath == nullptr) return ZMOS_ERR_NO_TEXTURE;
+  if (g_BlendTable == nullptr) return ZMOS_ERR_NO_TEXTURE;  // released: no weights to read
   for (std::int32_t r = 0; r < lHeight; ++r)
     BlendRowAlongSeam(pFirst + std::int64_t{r} * lFirstPitch,
-                      pSecond + std::int64_t{r} * lSecondPitch, lWidth, plPath[r], lBand, lSide);
+                      pSecond + std::int64_t{r} * lSecondPitch, lWidth, lWidth, plPath[r], lBand,
+                      lSide);
   return ZMOS_OK;
 }
 
@@ -248,8 +254,8 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if ((format >= 0x801 && format <= 0x803) || (format >= 0x601 && format <= 0x608)) {
     for (std::int64_t r = rows.lo; r < rows.hi; ++r)
       BlendRowAlongSeam(a.Row(pFirstRect->lTop + r) + pFirstRect->lLeft,
-                        b.Row(pSecondRect->lTop + r) + pSecondRect->lLeft, w_overlap, path[r], band,
-                        lSide);
+                        b.Row(pSecondRect->lTop + r) + pSecondRect->lLeft, w_overlap,
+                        b.row_bytes - std::int64_t{pSecondRect->lLeft}, path[r], band, lSide);
     const std::int32_t res =
         format >= 0x801
             ? InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr)

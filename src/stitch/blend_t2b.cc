@@ -172,6 +172,7 @@ int32_t BlendLumaAlongSeamT2B(uint8_t* pFirst, const uint8_t* pSecond, int32_t l
                               const int32_t* plPath, int32_t lBand, int32_t lSide, MHandle) {
   if (pFirst == nullptr || pSecond == nullptr || plPath == nullptr || lSecondPitch <= 0)
     return ZMOS_ERR_NO_TEXTURE;
+  if (g_BlendTable == nullptr) return ZMOS_ERR_NO_TEXTURE;  // released: no weights to read
   // The caller vouches for the extents: the second plane reaches as far as it is read.
   const PlaneView unbounded{const_cast<std::uint8_t*>(pSecond), lSecondPitch,
                             std::numeric_limits<std::int32_t>::max(), lSecondPitch};
@@ -236,6 +237,8 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   for (std::int32_t j = 0; j < w && (planar || semi || packed); ++j) {
     const std::int64_t col1 = bpp * (std::int64_t{r1.lLeft} + j);
     const std::int64_t col2 = bpp * (std::int64_t{r2.lLeft} + j);
+    // Columns the second image does not have leave the first image as it is.
+    if (col2 + bpp > b.row_bytes) break;
     const Column luma{a.Row(r1.lTop) + col1,
                       b.Row(r2.lTop) + col2,
                       a.pitch,

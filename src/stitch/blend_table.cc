@@ -14,6 +14,30 @@ std::int32_t g_BlendTableWidth = 0;
 std::int32_t* g_BlendTable = nullptr;
 std::int32_t g_BlendTableStatic[10] = {};
 
+namespace {
+
+// The manager the installed table really came from. `g_hBlendTableMemMgr` can be repointed
+// by hosts, and a capture's manager dies with its work buffer, so frees go by this one.
+MHandle g_BlendTableOwner = nullptr;
+
+// Gives the installed table back when `current` (the manager the caller works with) is
+// the one it came from, or it came from the process heap; a table from another manager
+// is only dropped: that manager's buffer may already be gone.
+void ReleaseInstalledTable(MHandle current) {
+  if (g_BlendTable == nullptr || g_BlendTable == g_BlendTableStatic) return;
+  if (g_BlendTableOwner == nullptr || g_BlendTableOwner == current)
+    MMemFree(g_BlendTableOwner, g_BlendTable);
+  g_BlendTable = nullptr;
+}
+
+}  // namespace
+
+void ForgetBlendTableOf(MHandle mgr) {
+  if (mgr == nullptr || g_BlendTableOwner != mgr) return;
+  if (g_BlendTable != g_BlendTableStatic) g_BlendTable = nullptr;
+  g_BlendTableOwner = nullptr;
+}
+
 void FillBlendTable(std::int32_t* table, std::int32_t w) {
   const std::int32_t half = w >> 1;
   for (std::int32_t i = 0; i < w; ++i) {
@@ -131,13 +155,14 @@ using namespace lumivex::stitch;
 extern "C" {
 
 int32_t ZMOSCreateBlendTable(int32_t lWidth, MHandle hMemMgr) {
-  ZMOSReleaseBlendTable();
+  ReleaseInstalledTable(hMemMgr);
   // A negative request cannot be met.
   g_BlendTable = lWidth >= 0 && lWidth <= INT32_MAX / 4
                      ? static_cast<std::int32_t*>(MMemAlloc(hMemMgr, lWidth * 4))
                      : nullptr;
   if (g_BlendTable == nullptr) return ZMOS_ERR_NO_MEMORY;
   const std::int32_t w = lWidth & ~1;
+  g_BlendTableOwner = hMemMgr;
   g_hBlendTableMemMgr = hMemMgr;
   g_BlendTableWidth = w;
   if (w >= 1) FillBlendTable(g_BlendTable, w);
@@ -145,9 +170,7 @@ int32_t ZMOSCreateBlendTable(int32_t lWidth, MHandle hMemMgr) {
 }
 
 void ZMOSReleaseBlendTable(void) {
-  if (g_BlendTable == nullptr || g_BlendTable == g_BlendTableStatic) return;
-  MMemFree(g_hBlendTableMemMgr, g_BlendTable);
-  g_BlendTable = nullptr;
+  ReleaseInstalledTable(g_hBlendTableMemMgr);
 }
 
 void ZMOSSetBlendTableBufferHeadle(MHandle hMemMgr) {
@@ -175,16 +198,36 @@ void ComputeLumaDiffMap(const ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond, const
   } else {
     return;
   }
-  const std::int32_t w = pRect->lRight - pRect->lLeft, h = pRect->lBottom - pRect->lTop;
-  for (std::int32_t y = 0; y < h; ++y) {
-    const std::uint8_t* a =
-        pFirst->pPlane[0] + std::int64_t{pRect->lTop + y} * pFirst->lPitch[0] + off;
-    const std::uint8_t* b =
-        pSecond->pPlane[0] + std::int64_t{plPos[1] + y} * pSecond->lPitch[0] + off;
-    for (std::int32_t x = 0; x < w; ++x) {
-      const int d = a[(pRect->lLeft + x) * bpp] - b[(plPos[0] + x) * bpp];
-      pDiffMap[std::int64_t{y} * w + x] = static_cast<std::uint8_t>(std::abs(d));
+  const std::int64_t w = std::int64_t{pRect->lRight} - pRect->lLeft;
+  const std::int64_t h = std::int64_t{pRect->lBottom} - pRect->lTop;
+  if (w < 1 || h < 1 || w * h > INT32_MAX) return;
+  // Samples that lie outside either image are not read: they count as the largest
+  // difference, so that a seam keeps away from where the images do not meet.
+  const PlaneView pa = ViewOf(*pFirst, 0), pb = ViewOf(*pSecond, 0);
+  const std::int64_t x1 = pRect->lLeft, x2 = plPos[0];
+  // Columns [lo, hi) of the overlap whose samples exist in both rows.
+  auto first_col = [&](std::int64_t x0) {
+    return std::clamp<std::int64_t>((-x0 * bpp - off + bpp - 1) / bpp, 0, w);
+  };
+  auto end_col = [&](const PlaneView& v, std::int64_t x0) {
+    const std::int64_t n = v.row_bytes - off - x0 * bpp;  // bytes from the overlap's first sample
+    return std::clamp<std::int64_t>(n <= 0 ? 0 : (n + bpp - 1) / bpp, 0, w);
+  };
+  const std::int64_t lo = std::max(first_col(x1), first_col(x2));
+  const std::int64_t hi = std::min(end_col(pa, x1), end_col(pb, x2));
+  for (std::int64_t y = 0; y < h; ++y) {
+    std::uint8_t* out = pDiffMap + y * w;
+    const std::int64_t r1 = pRect->lTop + y, r2 = plPos[1] + y;
+    if (!pa.HasRow(r1) || !pb.HasRow(r2) || lo >= hi) {
+      std::fill(out, out + w, std::uint8_t{255});
+      continue;
     }
+    const std::uint8_t* a = pa.Row(r1) + off + x1 * bpp;
+    const std::uint8_t* b = pb.Row(r2) + off + x2 * bpp;
+    std::fill(out, out + lo, std::uint8_t{255});
+    for (std::int64_t x = lo; x < hi; ++x)
+      out[x] = static_cast<std::uint8_t>(std::abs(a[x * bpp] - b[x * bpp]));
+    std::fill(out + hi, out + w, std::uint8_t{255});
   }
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "src/platform/wrap.h"
 #include "src/track/tracker.h"
 
 namespace lumivex::track {
@@ -158,6 +159,8 @@ bool KeepBand(const std::int32_t m[3]) {
 }  // namespace lumivex::track
 
 using namespace lumivex::track;
+using lumivex::WrapAbs;
+using lumivex::WrapAdd;
 
 extern "C" {
 
@@ -173,7 +176,7 @@ int32_t ZMOSVideoTrackerRun_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, in
       const std::int32_t w = r.lRight - r.lLeft;
       std::int32_t off = 0;
       Direct(t, t->ppPrevHori[i], t->ppCurHori[i], w, &off, t->lMaxOffsetX);
-      t->plHoriResult[i] = off + Refine(t, t->ppPrevHori[i], t->ppCurHori[i], w, off);
+      t->plHoriResult[i] = WrapAdd(off, Refine(t, t->ppPrevHori[i], t->ppCurHori[i], w, off));
     }
     const std::int32_t dx = t->plHoriResult[0];
     for (std::int32_t j = 0; j < t->lVertCount; ++j) {
@@ -324,7 +327,7 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
       if (textured) {
         // Narrow the search around the last reported offset as the sweep speeds up.
         off = plLast[0];
-        const std::int32_t speed = std::abs(off);
+        const std::int32_t speed = WrapAbs(off);
         const std::int32_t range = speed > 90   ? 10
                                    : speed > 80 ? 20
                                    : speed > 60 ? 30
@@ -334,7 +337,7 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
           continue;
         }
       }
-      t->plHoriResult[i] = off + Refine(t, t->ppPrevHori[i], t->ppCurHori[i], w, off);
+      t->plHoriResult[i] = WrapAdd(off, Refine(t, t->ppPrevHori[i], t->ppCurHori[i], w, off));
     }
     const std::int32_t dx = t->plHoriResult[0];
     for (std::int32_t j = 0; j < t->lVertCount; ++j) {

@@ -157,6 +157,25 @@ TEST(MemoryManager, RejectsBadBuffersAndIgnoresBadFrees) {
   MemStats s;
   ASSERT_TRUE(CheckHeap(mgr, &s));
   EXPECT_EQ(s.used_blocks, 1);
+  // A block merged into both neighbours, freed again: its stale tag must not pass, nor
+  // payload bytes laid out like a tag.
+  auto* c = static_cast<std::uint8_t*>(MMemAlloc(mgr, 64));
+  auto* d = static_cast<std::uint8_t*>(MMemAlloc(mgr, 64));
+  auto* e = static_cast<std::uint8_t*>(MMemAlloc(mgr, 64));
+  ASSERT_NE(e, nullptr);
+  std::memcpy(e + 32, e - 16, 16);  // a copy of e's own tag inside its payload
+  MMemFree(mgr, e + 48);
+  MMemFree(mgr, b);
+  MMemFree(mgr, d);
+  MMemFree(mgr, c);
+  MMemFree(mgr, c);
+  ASSERT_TRUE(CheckHeap(mgr, &s));
+  EXPECT_EQ(s.used_blocks, 1);
+  auto* big = static_cast<std::uint8_t*>(MMemAlloc(mgr, 192));
+  ASSERT_NE(big, nullptr);
+  EXPECT_TRUE(big + 192 <= e - 16 || big >= e + 64) << "a new block overlaps a live one";
+  MMemFree(mgr, e);
+  MMemFree(mgr, big);
   // A handle that is not a manager allocates nothing.
   EXPECT_EQ(MMemAlloc(outside, 16), nullptr);
   EXPECT_TRUE(work.GuardsIntact());
