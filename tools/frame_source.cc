@@ -10,12 +10,45 @@
 namespace lumivex::tools {
 namespace {
 
-// Frames are 4:2:0: sizes must be even and sensible.
+// Frames are 4:2:0, so sizes are even; the engine needs at least kMinFrameWidth x
+// kMinFrameHeight (below that it cannot lay out a strip or its trackers), and frames above
+// kMaxPictureSide a side would not fit its 32-bit work buffer.
 bool CheckSize(int w, int h, std::string* error) {
-  if (w < 16 || h < 16 || w > 16384 || h > 16384 || (w & 1) || (h & 1)) {
-    *error = "unsupported frame size " + std::to_string(w) + "x" + std::to_string(h) +
-             " (even sizes from 16 to 16384 are accepted)";
+  const std::string size = std::to_string(w) + "x" + std::to_string(h);
+  if ((w & 1) || (h & 1)) {
+    *error = "frame size " + size + " is odd: 4:2:0 frames need even sizes";
     return false;
+  }
+  if (w < kMinFrameWidth || h < kMinFrameHeight) {
+    *error = "frame size " + size + " is too small: the smallest that works is " +
+             std::to_string(kMinFrameWidth) + "x" + std::to_string(kMinFrameHeight);
+    return false;
+  }
+  if (w > kMaxPictureSide || h > kMaxPictureSide) {
+    *error = "frame size " + size + " is too large: at most " + std::to_string(kMaxPictureSide) +
+             " a side";
+    return false;
+  }
+  return true;
+}
+
+// Reads `need` bytes into `buffer`, growing it only as the data arrives, so a header that
+// promises a huge frame costs nothing until the file really holds it. False when the input
+// ends first (`*got` says how much came).
+bool ReadExactly(std::FILE* f, std::size_t need, std::vector<std::uint8_t>* buffer,
+                 std::size_t* got) {
+  constexpr std::size_t kChunk = 1 << 20;
+  buffer->clear();
+  *got = 0;
+  while (*got < need) {
+    const std::size_t want = std::min(kChunk, need - *got);
+    buffer->resize(*got + want);
+    const std::size_t n = std::fread(buffer->data() + *got, 1, want, f);
+    *got += n;
+    if (n < want) {
+      buffer->resize(*got);
+      return false;
+    }
   }
   return true;
 }
@@ -36,6 +69,15 @@ void FromI420(const std::uint8_t* y, const std::uint8_t* u, const std::uint8_t* 
   }
 }
 
+// A header's size field; anything that is not a plain number in int range reads as 0.
+int Dimension(const char* text) {
+  char* end = nullptr;
+  errno = 0;
+  const long v = std::strtol(text, &end, 10);
+  return end != text && *end == '\0' && errno == 0 && v > 0 && v <= (1 << 20) ? static_cast<int>(v)
+                                                                              : 0;
+}
+
 class Y4mSource : public FrameSource {
  public:
   Y4mSource(std::FILE* f, bool owned, std::uint32_t format)
@@ -53,8 +95,8 @@ class Y4mSource : public FrameSource {
     std::string word;
     std::string colour = "420jpeg";
     while (words >> word) {
-      if (word[0] == 'W') width_ = std::atoi(word.c_str() + 1);
-      if (word[0] == 'H') height_ = std::atoi(word.c_str() + 1);
+      if (word[0] == 'W') width_ = Dimension(word.c_str() + 1);
+      if (word[0] == 'H') height_ = Dimension(word.c_str() + 1);
       if (word[0] == 'C') colour = word.substr(1);
       if (word[0] == 'I' && word.size() > 1 && word[1] != 'p' && word[1] != '?') interlaced_ = true;
     }
@@ -80,8 +122,8 @@ class Y4mSource : public FrameSource {
     }
     const std::size_t luma = static_cast<std::size_t>(width_) * height_;
     const std::size_t chroma = static_cast<std::size_t>(width_ / 2) * (height_ / 2);
-    buffer_.resize(luma + 2 * chroma);
-    if (std::fread(buffer_.data(), 1, buffer_.size(), f_) != buffer_.size()) {
+    std::size_t got = 0;
+    if (!ReadExactly(f_, luma + 2 * chroma, &buffer_, &got)) {
       error_ = "truncated Y4M frame";
       return false;
     }
@@ -115,13 +157,14 @@ class RawSource : public FrameSource {
       : f_(f), w_(w), h_(h), format_(format) {}
   ~RawSource() override { std::fclose(f_); }
   bool Next(Yuv420* frame) override {
-    Yuv420 nv21(w_, h_, ZMOS_FORMAT_NV21);
-    const std::size_t n = std::fread(nv21.data(), 1, nv21.size(), f_);
-    if (n == 0 && std::feof(f_)) return false;
-    if (n != nv21.size()) {
-      error_ = "truncated raw NV21 frame";
+    const std::size_t bytes = static_cast<std::size_t>(w_) * h_ * 3 / 2;
+    std::size_t got = 0;
+    if (!ReadExactly(f_, bytes, &buffer_, &got)) {
+      if (got > 0) error_ = "truncated raw NV21 frame";
       return false;
     }
+    Yuv420 nv21(w_, h_, ZMOS_FORMAT_NV21);
+    std::memcpy(nv21.data(), buffer_.data(), bytes);
     if (format_ == ZMOS_FORMAT_NV21) {
       *frame = std::move(nv21);
       return true;
@@ -141,6 +184,7 @@ class RawSource : public FrameSource {
   std::FILE* f_;
   int w_, h_;
   std::uint32_t format_;
+  std::vector<std::uint8_t> buffer_;
 };
 
 class PictureSource : public FrameSource {

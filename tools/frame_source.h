@@ -12,6 +12,10 @@
 
 namespace lumivex::tools {
 
+// The smallest frames the engine can sweep with.
+inline constexpr int kMinFrameWidth = 96;
+inline constexpr int kMinFrameHeight = 32;
+
 class FrameSource {
  public:
   virtual ~FrameSource() = default;

@@ -36,11 +36,40 @@ void OnJpegError(j_common_ptr info) {
   std::longjmp(err->jump, 1);
 }
 
+// Warnings about damaged data are not printed: a picture either decodes or is refused
+// with one line of our own.
+void OnJpegMessage(j_common_ptr, int) {}
+
+// libpng's errors keep their message and jump back; its warnings stay quiet.
+struct PngError {
+  std::jmp_buf jump;
+  char message[160];
+};
+
+void OnPngError(png_structp png, png_const_charp message) {
+  auto* err = static_cast<PngError*>(png_get_error_ptr(png));
+  std::snprintf(err->message, sizeof(err->message), "%s", message);
+  std::longjmp(err->jump, 1);
+}
+
+void OnPngWarning(png_structp, png_const_charp) {}
+
+// A picture's header is checked before anything of its size is allocated.
+bool PictureSizeOk(std::uint64_t w, std::uint64_t h, std::string* error) {
+  if (w < 1 || h < 1 || w > kMaxPictureSide || h > kMaxPictureSide) {
+    *error = "picture size " + std::to_string(w) + "x" + std::to_string(h) +
+             " is not supported (at most " + std::to_string(kMaxPictureSide) + " a side)";
+    return false;
+  }
+  return true;
+}
+
 bool ReadJpeg(std::FILE* f, Rgb* out, std::string* error) {
   jpeg_decompress_struct info{};
   JpegError err{};
   info.err = jpeg_std_error(&err.mgr);
   err.mgr.error_exit = OnJpegError;
+  err.mgr.emit_message = OnJpegMessage;
   if (setjmp(err.jump)) {
     jpeg_destroy_decompress(&info);
     *error = std::string("bad JPEG: ") + err.message;
@@ -49,6 +78,12 @@ bool ReadJpeg(std::FILE* f, Rgb* out, std::string* error) {
   jpeg_create_decompress(&info);
   jpeg_stdio_src(&info, f);
   jpeg_read_header(&info, TRUE);
+  if (!PictureSizeOk(info.image_width, info.image_height, error)) {
+    jpeg_destroy_decompress(&info);
+    return false;
+  }
+  // Progressive pictures keep whole-image coefficient buffers: bound them too.
+  info.mem->max_memory_to_use = 512L << 20;
   info.out_color_space = JCS_RGB;
   jpeg_start_decompress(&info);
   out->width = static_cast<int>(info.output_width);
@@ -64,21 +99,28 @@ bool ReadJpeg(std::FILE* f, Rgb* out, std::string* error) {
   return true;
 }
 
-bool ReadPng(std::FILE* f, Rgb* out, std::string* error) {
-  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+// `rows` belongs to the caller: libpng leaves this function by longjmp, which would skip
+// the destructor of anything owned here.
+bool ReadPng(std::FILE* f, Rgb* out, std::vector<png_bytep>& rows, std::string* error) {
+  PngError err{};
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &err, OnPngError, OnPngWarning);
   png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
   if (png == nullptr || info == nullptr) {
     png_destroy_read_struct(&png, &info, nullptr);
     *error = "cannot start the PNG decoder";
     return false;
   }
-  if (setjmp(png_jmpbuf(png))) {
+  if (setjmp(err.jump)) {
     png_destroy_read_struct(&png, &info, nullptr);
-    *error = "bad PNG data";
+    *error = std::string("bad PNG: ") + err.message;
     return false;
   }
   png_init_io(png, f);
   png_read_info(png, info);
+  if (!PictureSizeOk(png_get_image_width(png, info), png_get_image_height(png, info), error)) {
+    png_destroy_read_struct(&png, &info, nullptr);
+    return false;
+  }
   // Everything to 8-bit RGB.
   png_set_strip_16(png);
   png_set_strip_alpha(png);
@@ -95,7 +137,7 @@ bool ReadPng(std::FILE* f, Rgb* out, std::string* error) {
     return false;
   }
   out->pixels.resize(static_cast<std::size_t>(out->width) * out->height * 3);
-  std::vector<png_bytep> rows(out->height);
+  rows.resize(out->height);
   for (int y = 0; y < out->height; ++y)
     rows[y] = out->pixels.data() + static_cast<std::size_t>(y) * out->width * 3;
   png_read_image(png, rows.data());
@@ -202,7 +244,8 @@ bool ReadImage(const std::string& path, Rgb* out, std::string* error) {
   if (n >= 3 && magic[0] == 0xFF && magic[1] == 0xD8 && magic[2] == 0xFF) {
     ok = ReadJpeg(f.get(), out, error);
   } else if (n == 8 && png_sig_cmp(magic, 0, 8) == 0) {
-    ok = ReadPng(f.get(), out, error);
+    std::vector<png_bytep> rows;
+    ok = ReadPng(f.get(), out, rows, error);
   } else {
     *error = "not a JPEG or PNG file";
   }

@@ -12,6 +12,9 @@
 
 namespace lumivex::tools {
 
+// The largest picture side the readers decode (a 8192 x 8192 frame is 192 MB of RGB).
+inline constexpr int kMaxPictureSide = 8192;
+
 struct Rgb {
   int width = 0;
   int height = 0;

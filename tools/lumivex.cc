@@ -240,9 +240,10 @@ bool ReadSimOptions(const Args& args, SimOptions* o, std::string* error) {
     *error = "--size takes WxH, e.g. 640x480";
     return false;
   }
-  if ((o->width & 1) || (o->height & 1) || o->width < 64 || o->height < 64 || o->width > 8192 ||
-      o->height > 8192) {
-    *error = "frame sizes must be even, from 64 to 8192";
+  if ((o->width & 1) || (o->height & 1) || o->width < kMinFrameWidth ||
+      o->height < kMinFrameHeight || o->width > kMaxPictureSide || o->height > kMaxPictureSide) {
+    *error = "frame sizes must be even, from " + std::to_string(kMinFrameWidth) + "x" +
+             std::to_string(kMinFrameHeight) + " to " + std::to_string(kMaxPictureSide) + " a side";
     return false;
   }
   if (!args.Get("--direction").empty() && !ParseDirection(args.Get("--direction"), &o->direction)) {
@@ -337,7 +338,8 @@ int Eval(int argc, char** argv) {
   std::vector<std::pair<int, int>> sizes;
   for (const std::string& s : Split(args.Get("--sizes", "640x480,1280x720"))) {
     int w = 0, h = 0;
-    if (!ParseSize(s, &w, &h) || (w & 1) || (h & 1) || w < 64 || h < 64 || w > 4096 || h > 4096)
+    if (!ParseSize(s, &w, &h) || (w & 1) || (h & 1) || w < kMinFrameWidth || h < kMinFrameHeight ||
+        w > 4096 || h > 4096)
       return Fail(kUsage, "bad size in --sizes: " + s);
     sizes.push_back({w, h});
   }

@@ -93,9 +93,6 @@ int32_t ZMOSCreateSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher, const ZMOSSW
   if (lBandCount < 1 || lBandCount > 64) return ZMOS_ERR_INVALID_PARAM;
   MHandle mem = MMemMgrCreate(pParam->pWorkBuffer, pParam->lWorkBufferSize);
   if (mem == nullptr) return ZMOS_ERR_NO_MEMORY;
-  // A table left by an earlier capture over this same buffer address lived in bytes the
-  // new manager has just overwritten.
-  lumivex::stitch::ForgetBlendTableOf(mem);
   auto* s = static_cast<ZMOSSWEEPSTITCHER*>(MMemAlloc(mem, sizeof(ZMOSSWEEPSTITCHER)));
   if (s == nullptr) return ZMOS_ERR_NO_MEMORY;
   MMemSet(s, 0, sizeof(ZMOSSWEEPSTITCHER));

@@ -48,8 +48,15 @@ std::int32_t AppendCopy(ZMOSIMAGELINK* link, const ZMOSIMAGE* image, const ZMOSR
   ZMOSIMAGE* copy = nullptr;
   const std::int32_t res = rect == nullptr ? ZMOSCloneImage_AOD(&copy, image, mem)
                                            : ZMOSCloneImageROI_AOD(&copy, image, rect, mem);
-  // A failed copy keeps the node block; the list itself is left untouched.
-  if (res != 0) return res;
+  // A failed copy keeps the node block in a work buffer (it goes with the buffer) but
+  // gives it back to the process heap; the list itself is left untouched.
+  if (res != 0) {
+    if (mem == nullptr) {
+      ZMOSFreeImage_AOD(&copy, mem);
+      MMemFree(mem, node);
+    }
+    return res;
+  }
   node->pImage = copy;
   node->lTag1 = tag1;
   node->lTag2 = tag2;

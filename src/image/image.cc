@@ -87,10 +87,12 @@ int32_t ZMOSCreateImage_AOD(ZMOSIMAGE** ppImage, int32_t lWidth, int32_t lHeight
   if (image == nullptr) return ZMOS_ERR_NO_MEMORY;
   MMemSet(image, 0, sizeof(ZMOSIMAGE));
   std::int32_t rows[3];
-  // On a layout failure the record stays allocated: callers of this family rely on
-  // the result code only, and the record is small.
-  if (const std::int32_t res = PlaneLayout(image, lWidth, lHeight, dwFormat, rows); res != 0)
+  // On a layout failure the record stays allocated in a work buffer (it goes with the
+  // buffer); from the process heap it is given back, where it would leak for good.
+  if (const std::int32_t res = PlaneLayout(image, lWidth, lHeight, dwFormat, rows); res != 0) {
+    if (hMemMgr == nullptr) MMemFree(hMemMgr, image);
     return res;
+  }
   std::int64_t size = 0;
   for (int p = 0; p < 3; ++p) size += std::int64_t{image->lPitch[p]} * rows[p];
   void* block = size <= std::numeric_limits<std::int32_t>::max()

@@ -179,7 +179,13 @@ void ArenaFree(Arena* a, void* p) {
   InsertSorted(a, t);
 }
 
+NewArenaHook g_new_arena_hook = nullptr;
+
 }  // namespace
+
+void SetNewArenaHook(NewArenaHook hook) {
+  g_new_arena_hook = hook;
+}
 
 bool CheckHeap(MHandle mgr, MemStats* stats) {
   Arena* a = ArenaOf(mgr);
@@ -242,6 +248,7 @@ MHandle MMemMgrCreate(void* pBuffer, int32_t lSize) {
   Links(block)->next = nullptr;
   Links(block)->prev = nullptr;
   a->free_head = block;
+  if (g_new_arena_hook != nullptr) g_new_arena_hook(a);
   return a;
 }
 

@@ -21,6 +21,11 @@ struct MemStats {
 // other. Returns false (and leaves `stats` partly filled) on any inconsistency.
 bool CheckHeap(MHandle mgr, MemStats* stats);
 
+// Called with every manager MMemMgrCreate lays: whatever the process kept from an earlier
+// manager at that address lived in bytes the new one has just overwritten.
+using NewArenaHook = void (*)(MHandle);
+void SetNewArenaHook(NewArenaHook hook);
+
 }  // namespace lumivex::platform
 
 #endif  // LUMIVEX_SRC_PLATFORM_MEMORY_H_

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "lumivex/stitch.h"
+#include "src/platform/wrap.h"
 
 namespace lumivex::stitch {
 
@@ -27,7 +28,7 @@ inline constexpr std::int32_t kSeamSearchMargin = 80;
 // Valid rectangles of both stitchers keep their cross margins and content ends even, so
 // chroma rows and columns stay paired.
 constexpr std::int32_t RoundUpEven(std::int32_t v) {
-  return v + (v & 1);
+  return WrapAdd(v, v & 1);
 }
 
 // weight(i) = (w-1-i)/w below the middle and (w-i)/w from it on, in Q16.

@@ -18,7 +18,7 @@ void BlendRowAlongSeam(std::uint8_t* f, const std::uint8_t* s, std::int32_t w_ro
   const std::int32_t* t = g_BlendTable;
   const bool averaged = w > band;
   const std::int32_t n = averaged ? band : w;
-  const std::int64_t start = std::int64_t{seam} - (n - 1) / 2;
+  const std::int64_t start = std::int64_t{seam} - (std::int64_t{n} - 1) / 2;
   const std::int64_t lo = std::max<std::int64_t>(start, 0);
   w_row =
       static_cast<std::int32_t>(std::min<std::int64_t>(w_row, std::max<std::int64_t>(s_cols, 0)));
@@ -85,7 +85,7 @@ void BlendPackedRow(PackedRow& row, std::int32_t w_row, std::int32_t seam, std::
   const std::int32_t* t = g_BlendTable;
   const bool averaged = w > band;
   const std::int32_t n = averaged ? band : w;
-  const std::int64_t start = std::int64_t{seam} - (n - 1) / 2;
+  const std::int64_t start = std::int64_t{seam} - (std::int64_t{n} - 1) / 2;
   for (std::int32_t j = 0; j < (n & ~1); j += 2) {
     if (averaged) {
       row.MixPair(start + j, [](std::uint8_t a, std::uint8_t b) {

@@ -2,7 +2,6 @@
 // one seam row per column; the band runs down each column.
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 
 #include "src/stitch/blend_internal.h"
 
@@ -33,7 +32,7 @@ void BlendColumnAlongSeam(const Column& col, std::int32_t h, std::int32_t seam, 
     // The averaging band does not advance: one sample takes B running averages while
     // the second image is read stepping by both pitches, then H - B samples are copied
     // from where that stepping ended.
-    const std::int64_t start = std::int64_t{seam} - (band - 1) / 2;
+    const std::int64_t start = std::int64_t{seam} - (std::int64_t{band} - 1) / 2;
     if (!col.Has(start)) return;
     std::uint8_t& target = col.F(start);
     std::uint8_t value = target;
@@ -71,7 +70,7 @@ void BlendPackedColumn(const Column& luma, const Column& chroma, std::int32_t h,
   const std::int32_t* t = g_BlendTable;
   const bool averaged = w > band;
   const std::int32_t n = averaged ? band : w;
-  const std::int64_t start = std::int64_t{seam} - (n - 1) / 2;
+  const std::int64_t start = std::int64_t{seam} - (std::int64_t{n} - 1) / 2;
   for (const Column* col : {&luma, &chroma}) {
     for (std::int32_t k = 0; k < n; ++k) {
       const std::int64_t r = start + k;
@@ -173,11 +172,12 @@ int32_t BlendLumaAlongSeamT2B(uint8_t* pFirst, const uint8_t* pSecond, int32_t l
   if (pFirst == nullptr || pSecond == nullptr || plPath == nullptr || lSecondPitch <= 0)
     return ZMOS_ERR_NO_TEXTURE;
   if (g_BlendTable == nullptr) return ZMOS_ERR_NO_TEXTURE;  // released: no weights to read
-  // The caller vouches for the extents: the second plane reaches as far as it is read.
-  const PlaneView unbounded{const_cast<std::uint8_t*>(pSecond), lSecondPitch,
-                            std::numeric_limits<std::int32_t>::max(), lSecondPitch};
+  // The second plane is the lHeight rows the caller describes; the averaging band's
+  // stepping by both pitches stops at their end.
+  const PlaneView second{const_cast<std::uint8_t*>(pSecond), lSecondPitch,
+                         std::max<std::int32_t>(lHeight, 0), lSecondPitch};
   for (std::int32_t j = 0; j < lWidth; ++j) {
-    const Column col{pFirst + j, pSecond + j, lFirstPitch, lSecondPitch, 0, lHeight, &unbounded, j};
+    const Column col{pFirst + j, pSecond + j, lFirstPitch, lSecondPitch, 0, lHeight, &second, j};
     BlendColumnAlongSeam(col, lHeight, plPath[j], lBand, lSide);
   }
   return ZMOS_OK;

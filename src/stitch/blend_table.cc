@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "src/image/format.h"
+#include "src/platform/memory.h"
 #include "src/stitch/blend_internal.h"
 
 namespace lumivex::stitch {
@@ -37,6 +38,13 @@ void ForgetBlendTableOf(MHandle mgr) {
   if (g_BlendTable != g_BlendTableStatic) g_BlendTable = nullptr;
   g_BlendTableOwner = nullptr;
 }
+
+namespace {
+// A manager laid over a buffer that held an earlier one makes any table from that one
+// garbage; forget it before the new manager hands the same bytes out again.
+[[maybe_unused]] const bool g_forget_on_new_arena =
+    (platform::SetNewArenaHook(&ForgetBlendTableOf), true);
+}  // namespace
 
 void FillBlendTable(std::int32_t* table, std::int32_t w) {
   const std::int32_t half = w >> 1;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "src/platform/wrap.h"
 #include "src/stitch/blend_internal.h"
 
 namespace lumivex::stitch {
@@ -41,47 +42,44 @@ CrossState CrossOf(ZMOSDIRECTSTITCHER& s, const Axes& axes) {
 // Cross extent of a later frame: where its lines start in the frame and on the canvas and
 // how many are laid, after the frame moved `offset` across the sweep.
 struct CrossSpan {
-  std::int32_t src, dst, count;
+  W32 src, dst, count;
 };
 
-CrossSpan PlaceAcross(CrossState& c, std::int32_t offset, std::int32_t frame_extent,
-                      std::int32_t canvas_extent) {
-  c.position += offset;
-  const std::int32_t y = c.position;
+CrossSpan PlaceAcross(CrossState& c, W32 offset, W32 frame_extent, W32 canvas_extent) {
+  c.position = W32(c.position) + offset;
+  const W32 y = c.position;
   CrossSpan span{};
   if (y < 1) {
-    const std::int32_t up = -y;
+    const W32 up = -y;
     if (up > c.margin) {
       span = CrossSpan{up - c.margin, 0, 0};
     } else {
       span = CrossSpan{0, y + c.margin, 0};
     }
     span.count = frame_extent - span.src;
-    c.largest_neg = std::max(c.largest_neg, up);
+    c.largest_neg = std::max<std::int32_t>(c.largest_neg, up);
   } else {
     span = CrossSpan{0, c.margin + y, frame_extent};
     if (c.margin + y + frame_extent > canvas_extent) span.count = canvas_extent - (c.margin + y);
-    c.largest_pos = std::max(c.largest_pos, y);
+    c.largest_pos = std::max<std::int32_t>(c.largest_pos, y);
   }
   return span;
 }
 
-std::int32_t AddFirst(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame,
-                      std::int32_t overlap, std::int32_t seam, std::int32_t length,
-                      std::int32_t last) {
-  const std::int32_t canvas_along = axes.horizontal ? s.lCanvasWidth : s.lCanvasHeight;
-  const std::int32_t frame_cross = axes.horizontal ? frame.lHeight : frame.lWidth;
-  const std::int32_t margin = axes.horizontal ? s.lMarginY : s.lMarginX;
-  const std::int32_t strip = overlap + length;
+W32 AddFirst(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame, W32 overlap, W32 seam,
+             W32 length, W32 last) {
+  const W32 canvas_along = axes.horizontal ? s.lCanvasWidth : s.lCanvasHeight;
+  const W32 frame_cross = axes.horizontal ? frame.lHeight : frame.lWidth;
+  const W32 margin = axes.horizontal ? s.lMarginY : s.lMarginX;
+  const W32 strip = overlap + length;
   if (strip > canvas_along) return ZMOS_ERR_INVALID_PARAM;
-  const std::int32_t src0 = axes.forward ? seam - overlap : seam - length;
-  const std::int32_t dst0 = axes.forward ? 0 : canvas_along - strip;
+  const W32 src0 = axes.forward ? seam - overlap : seam - length;
+  const W32 dst0 = axes.forward ? W32(0) : canvas_along - strip;
   const ZMOSRECT src = axes.Rect(src0, src0 + strip, 0, frame_cross);
   const ZMOSRECT dst = axes.Rect(dst0, dst0 + strip, margin, margin + frame_cross);
-  if (const std::int32_t res = ZMOSCopyImageROI_AOD(s.pCanvas, &dst, &frame, &src); res != 0)
-    return res;
+  if (const W32 res = ZMOSCopyImageROI_AOD(s.pCanvas, &dst, &frame, &src); res != 0) return res;
   s.lPosition = axes.forward ? overlap : canvas_along - overlap;
-  s.lContentEnd = last ? (axes.forward ? strip : canvas_along - strip) : s.lPosition;
+  s.lContentEnd = last ? (axes.forward ? strip : canvas_along - strip) : W32(s.lPosition);
   s.pOverlapRects[0] = ZMOSRECT{};
   s.pStripRects[0] = ZMOSRECT{};
   s.bFirstFrame = 0;
@@ -89,15 +87,14 @@ std::int32_t AddFirst(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& 
   return ZMOS_OK;
 }
 
-std::int32_t AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame,
-                      const std::int32_t* offset, std::int32_t overlap, std::int32_t seam,
-                      std::int32_t length, std::int32_t last) {
-  const std::int32_t canvas_along = axes.horizontal ? s.lCanvasWidth : s.lCanvasHeight;
-  const std::int32_t canvas_cross = axes.horizontal ? s.lCanvasHeight : s.lCanvasWidth;
-  const std::int32_t frame_cross = axes.horizontal ? frame.lHeight : frame.lWidth;
-  const std::int32_t advance = axes.horizontal ? offset[0] : offset[1];
+W32 AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame,
+             const std::int32_t* offset, W32 overlap, W32 seam, W32 length, W32 last) {
+  const W32 canvas_along = axes.horizontal ? s.lCanvasWidth : s.lCanvasHeight;
+  const W32 canvas_cross = axes.horizontal ? s.lCanvasHeight : s.lCanvasWidth;
+  const W32 frame_cross = axes.horizontal ? frame.lHeight : frame.lWidth;
+  const W32 advance = axes.horizontal ? offset[0] : offset[1];
   if (axes.forward ? advance < 0 : advance > 0) return ZMOS_ERR_INVALID_PARAM;
-  const std::int32_t p = s.lPosition + advance;
+  const W32 p = s.lPosition + advance;
   // Running off the canvas ends the sweep quietly.
   if (axes.forward && p >= canvas_along) {
     s.lPosition = canvas_along;
@@ -113,30 +110,29 @@ std::int32_t AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& 
       PlaceAcross(cross, axes.horizontal ? offset[1] : offset[0], frame_cross, canvas_cross);
 
   // The strip after the seam, cut at the canvas edge; odd positions keep chroma in phase.
-  const std::int32_t len = std::min(length, axes.forward ? canvas_along - p : p);
-  const std::int32_t src0 = axes.forward ? seam : seam - len;
-  const std::int32_t dst0 = axes.forward ? p : p - len;
+  const W32 len = std::min<std::int32_t>(length, axes.forward ? canvas_along - p : p);
+  const W32 src0 = axes.forward ? seam : seam - len;
+  const W32 dst0 = axes.forward ? p : p - len;
   const ZMOSRECT src = axes.Rect(src0, src0 + len, span.src, span.src + span.count);
   const ZMOSRECT dst = axes.Rect(dst0, dst0 + len, span.dst, span.dst + span.count);
-  if (const std::int32_t res = ZMOSCopyImageROIOddRect_AOD(s.pCanvas, &dst, &frame, &src); res != 0)
+  if (const W32 res = ZMOSCopyImageROIOddRect_AOD(s.pCanvas, &dst, &frame, &src); res != 0)
     return res;
   s.lContentEnd = last ? (axes.forward ? p + len : p - len) : p;
 
-  const std::int32_t i = s.lCount;
-  const std::int32_t ov0 = axes.forward ? p - overlap : p;
+  const W32 i = s.lCount;
+  const W32 ov0 = axes.forward ? p - overlap : p;
   s.pOverlapRects[i] = axes.Rect(ov0, ov0 + overlap, span.dst, span.dst + span.count);
 
   // The overlap strip, set beside the previous one; its cross start is rounded down to
   // even (the shift is recorded) and its end up, so chroma rows and columns stay whole.
-  const std::int32_t first = span.src & ~1, shift = span.src & 1;
-  const std::int32_t end = span.src + span.count;
-  const std::int32_t end_even = end + (end & 1);
-  const std::int32_t r = axes.AlongEnd(s.pStripRects[i - 1]);
-  const std::int32_t strip0 = axes.forward ? seam - overlap : seam;
+  const W32 first = span.src & ~1, shift = span.src & 1;
+  const W32 end = span.src + span.count;
+  const W32 end_even = end + (end & 1);
+  const W32 r = axes.AlongEnd(s.pStripRects[i - 1]);
+  const W32 strip0 = axes.forward ? seam - overlap : seam;
   const ZMOSRECT strip_src = axes.Rect(strip0, strip0 + overlap, first, end_even);
   const ZMOSRECT strip_dst = axes.Rect(r, r + overlap, 0, end_even - first);
-  if (const std::int32_t res = ZMOSCopyImageROI_AOD(s.pStrips, &strip_dst, &frame, &strip_src);
-      res != 0)
+  if (const W32 res = ZMOSCopyImageROI_AOD(s.pStrips, &strip_dst, &frame, &strip_src); res != 0)
     return res;
   s.pStripRects[i] = axes.Rect(r, r + overlap, shift, end - first);
   ++s.lCount;
@@ -147,6 +143,7 @@ std::int32_t AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& 
 }  // namespace lumivex::stitch
 
 using namespace lumivex::stitch;
+using lumivex::W32;
 
 extern "C" {
 
@@ -228,10 +225,10 @@ void ZMOSGetValidRect_DIS(ZMOSDIRECTSTITCHER* hStitcher, ZMOSRECT* pRect) {
   s.lMaxNegX = RoundUpEven(s.lMaxNegX);
   const std::int32_t canvas_w = s.pCanvas != nullptr ? s.pCanvas->lWidth : s.lCanvasWidth;
   const std::int32_t canvas_h = s.pCanvas != nullptr ? s.pCanvas->lHeight : s.lCanvasHeight;
-  const std::int32_t top = s.lMarginY + s.lMaxPosY;
-  const std::int32_t bottom = s.lMarginY + s.lCanvasHeight - s.lMaxNegY;
-  const std::int32_t left = s.lMarginX + s.lMaxPosX;
-  const std::int32_t right = s.lMarginX + s.lCanvasWidth - s.lMaxNegX;
+  const W32 top = W32(s.lMarginY) + s.lMaxPosY;
+  const W32 bottom = W32(s.lMarginY) + s.lCanvasHeight - s.lMaxNegY;
+  const W32 left = W32(s.lMarginX) + s.lMaxPosX;
+  const W32 right = W32(s.lMarginX) + s.lCanvasWidth - s.lMaxNegX;
   switch (s.lDirection) {
     case 0:
       s.lContentEnd &= ~1;

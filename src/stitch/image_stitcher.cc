@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "lumivex/stitch.h"
+#include "src/platform/wrap.h"
 #include "src/stitch/blend_internal.h"
 
 struct ZMOSIMAGEBLENDER {
@@ -43,7 +44,7 @@ struct Rows {
 
 // Rows of a later frame on the result and in the frame, after the cross position moved
 // to y. Direction 1 keeps two deliberate differences from direction 0.
-Rows PlaceRows(ZMOSIMAGEBLENDER& b, std::int32_t y, std::int32_t h, bool direction1) {
+Rows PlaceRows(ZMOSIMAGEBLENDER& b, W32 y, W32 h, bool direction1) {
   Rows r{};
   std::int32_t& dp = b.lMaxPos;
   std::int32_t& dn = b.lMaxNeg;
@@ -73,10 +74,10 @@ Rows PlaceRows(ZMOSIMAGEBLENDER& b, std::int32_t y, std::int32_t h, bool directi
   return r;
 }
 
-std::int32_t FirstFrame(ZMOSIMAGEBLENDER& b, const ZMOSIMAGE& frame, const ZMOSRECT& r,
-                        std::int32_t e, std::int32_t f) {
-  const std::int32_t cw = b.pResult->lWidth, ch = b.pResult->lHeight;
-  const std::int32_t rw = r.lRight - r.lLeft, rh = r.lBottom - r.lTop;
+std::int32_t FirstFrame(ZMOSIMAGEBLENDER& b, const ZMOSIMAGE& frame, const ZMOSRECT& r, W32 e,
+                        W32 f) {
+  const W32 cw = b.pResult->lWidth, ch = b.pResult->lHeight;
+  const W32 rw = W32(r.lRight) - r.lLeft, rh = W32(r.lBottom) - r.lTop;
   ZMOSRECT src{}, dst{};
   switch (b.lDirection) {
     case 0:
@@ -112,6 +113,9 @@ std::int32_t FirstFrame(ZMOSIMAGEBLENDER& b, const ZMOSIMAGE& frame, const ZMOSR
 }  // namespace lumivex::stitch
 
 using namespace lumivex::stitch;
+using lumivex::W32;
+using lumivex::WrapAdd;
+using lumivex::WrapSub;
 
 extern "C" {
 
@@ -130,7 +134,7 @@ int32_t ZMOSCreateImageBlender_SBI(ZMOSIMAGEBLENDER** phBlender, ZMOSIMAGE* pRes
   b->hMemMgr = hMemMgr;
   ZMOSSetPathSearchThreshold(dwPathSearchThreshold);
   ZMOSSetBlendTableBufferHeadle(hMemMgr);
-  const std::int32_t res = ZMOSCreateBlendTable(lMinOverlap, hMemMgr);
+  const W32 res = ZMOSCreateBlendTable(lMinOverlap, hMemMgr);
   if (res != 0) {
     MMemFree(hMemMgr, b);
     return res;
@@ -151,25 +155,25 @@ int32_t ZMOSImageBlenderRun_SBI(ZMOSIMAGEBLENDER* hBlender, const ZMOSIMAGE* pFr
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSIMAGEBLENDER& b = *hBlender;
   const ZMOSRECT r = pRect != nullptr ? *pRect : ZMOSRECT{0, 0, pFrame->lWidth, pFrame->lHeight};
-  const std::int32_t w = pFrame->lWidth, h = pFrame->lHeight, cw = b.pResult->lWidth;
-  const std::int32_t e = lSeam, f = lOverlapStart;
+  const W32 w = pFrame->lWidth, h = pFrame->lHeight, cw = b.pResult->lWidth;
+  const W32 e = lSeam, f = lOverlapStart;
   if (b.lMaxBlend == 0) b.lMaxBlend = w / 2;
   if (b.bFirstFrame) return FirstFrame(b, *pFrame, r, e, f);
   if (b.lDirection == 0) {
     if (b.lContentEnd >= cw) return ZMOS_OK;
     if (e < f || f < 0 || e > w) return ZMOS_ERR_INVALID_PARAM;
-    b.lPosition += plOffset[0];
-    b.lCrossY += plOffset[1];
+    b.lPosition = W32(b.lPosition) + plOffset[0];
+    b.lCrossY = W32(b.lCrossY) + plOffset[1];
     const Rows rows = PlaceRows(b, b.lCrossY, h, false);
-    std::int32_t v = e - f;
+    W32 v = e - f;
     if (v >= b.lMinBlend) {
-      v = std::min(v, b.lMaxBlend);
+      v = std::min<std::int32_t>(v, b.lMaxBlend);
       const ZMOSRECT into{b.lPosition - v, rows.result_top, b.lPosition, rows.result_bottom};
       const ZMOSRECT from{f, rows.frame_top, f + v, rows.frame_bottom};
       // A frame whose blend fails is dropped without an error.
       if (ZMOSBlendImageOdd_AME(b.pResult, &into, pFrame, &from, 1, b.hMemMgr) != 0) return ZMOS_OK;
     }
-    const std::int32_t len = std::min(r.lRight - e, cw - b.lPosition);
+    const W32 len = std::min(r.lRight - e, cw - b.lPosition);
     const ZMOSRECT src{e, rows.frame_top, e + len, rows.frame_bottom};
     const ZMOSRECT dst{b.lPosition, rows.result_top, b.lPosition + len, rows.result_bottom};
     b.lContentEnd = b.lPosition + len;
@@ -178,18 +182,18 @@ int32_t ZMOSImageBlenderRun_SBI(ZMOSIMAGEBLENDER* hBlender, const ZMOSIMAGE* pFr
   if (b.lDirection == 1) {
     if (b.lContentEnd <= 0) return ZMOS_OK;
     if (e > f || f > w || e < 0) return ZMOS_ERR_INVALID_PARAM;
-    b.lPosition += plOffset[0];
-    b.lCrossY += plOffset[1];
+    b.lPosition = W32(b.lPosition) + plOffset[0];
+    b.lCrossY = W32(b.lCrossY) + plOffset[1];
     const Rows rows = PlaceRows(b, b.lCrossY, h, true);
-    std::int32_t v = f - e;
+    W32 v = f - e;
     if (v > b.lMinBlend) {
-      v = std::min(v, b.lMaxBlend);
-      const std::int32_t right = cw - b.lPosition + v;
+      v = std::min<std::int32_t>(v, b.lMaxBlend);
+      const W32 right = cw - b.lPosition + v;
       const ZMOSRECT into{b.lPosition, rows.result_top, right, rows.result_bottom};
       const ZMOSRECT from{r.lRight - right + b.lPosition, rows.frame_top, f, rows.frame_bottom};
       if (ZMOSBlendImageOdd_AME(b.pResult, &into, pFrame, &from, 0, b.hMemMgr) != 0) return ZMOS_OK;
     }
-    std::int32_t dst_left = r.lLeft - e + b.lPosition, src_left = r.lLeft;
+    W32 dst_left = r.lLeft - e + b.lPosition, src_left = r.lLeft;
     if (dst_left < 0) {
       src_left = e - b.lPosition;
       dst_left = 0;
@@ -205,7 +209,7 @@ int32_t ZMOSImageBlenderRun_SBI(ZMOSIMAGEBLENDER* hBlender, const ZMOSIMAGE* pFr
 void ZMOSGetValidRect_SBI(ZMOSIMAGEBLENDER* hBlender, ZMOSRECT* pRect) {
   if (hBlender == nullptr || pRect == nullptr || hBlender->pResult == nullptr) return;
   ZMOSIMAGEBLENDER& b = *hBlender;
-  const std::int32_t cw = b.pResult->lWidth, ch = b.pResult->lHeight;
+  const W32 cw = b.pResult->lWidth, ch = b.pResult->lHeight;
   if (b.bCropped) {
     *pRect = ZMOSRECT{0, 0, cw, ch};
     return;
@@ -275,16 +279,16 @@ int32_t ZMOSAddImage_ISR(ZMOSIMAGESTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
   ZMOSRECT strip{};
   switch (s.lDirection) {
     case 0:
-      strip = {seam - o, 0, seam + l, fh};
+      strip = {WrapSub(seam, o), 0, WrapAdd(seam, l), fh};
       break;
     case 1:
-      strip = {seam - l, 0, seam + o, fh};
+      strip = {WrapSub(seam, l), 0, WrapAdd(seam, o), fh};
       break;
     case 2:
-      strip = {0, seam - o, fw, seam + l};
+      strip = {0, WrapSub(seam, o), fw, WrapAdd(seam, l)};
       break;
     case 3:
-      strip = {0, seam - l, fw, seam + o};
+      strip = {0, WrapSub(seam, l), fw, WrapAdd(seam, o)};
       break;
     default:
       ++s.lCount;  // nothing is stored for other directions

@@ -5,7 +5,15 @@ execute_process(COMMAND ${LUMIVEX} simulate ${PHOTO} -o ${WORK}/sweep.y4m --size
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "lumivex simulate failed")
 endif()
-execute_process(COMMAND ${JAVA} -Xcheck:jni -Djava.library.path=${LIBDIR} -cp ${CLASSES}
+# A sanitizer build needs its runtimes loaded first; the JVM's own signal handling and
+# its never-freed start-up allocations are not the library's findings.
+set(launcher "")
+if(PRELOAD)
+  set(launcher ${CMAKE_COMMAND} -E env LD_PRELOAD=${PRELOAD}
+      "ASAN_OPTIONS=detect_leaks=0:handle_segv=0:allow_user_segv_handler=1:abort_on_error=1"
+      "UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1")
+endif()
+execute_process(COMMAND ${launcher} ${JAVA} -Xcheck:jni -Djava.library.path=${LIBDIR} -cp ${CLASSES}
                         RvkCaptureTest ${WORK}/sweep.y4m
                 RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 message("${out}")
