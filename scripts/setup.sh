@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  cmake ninja-build g++ clang clang-format
+  cmake ninja-build g++ clang clang-format libclang-rt-14-dev
   googletest libgtest-dev libbenchmark-dev libjpeg-turbo-progs
   libpng-dev libjpeg62-turbo-dev
   g++-arm-linux-gnueabihf qemu-user ffmpeg openjdk-17-jdk-headless

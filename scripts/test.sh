@@ -4,6 +4,8 @@
 #   reference release build with the reference kernels only (fast paths off)
 #   sanitize  AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first error
 #   arm       32-bit ARM (arm-linux-gnueabihf) cross build, run under qemu-arm
+#   fuzz      clang + libFuzzer: replays the stored corpora, then runs each fuzz target for
+#             LUMIVEX_FUZZ_SECONDS (default 40) on a scratch copy of its corpus
 # Prints one summary line per configuration and exits non-zero if any fails.
 # Usage: scripts/test.sh [config...]
 set -uo pipefail
@@ -11,7 +13,7 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 configs=("$@")
-[[ ${#configs[@]} -gt 0 ]] || configs=(native reference sanitize arm)
+[[ ${#configs[@]} -gt 0 ]] || configs=(native reference sanitize arm fuzz)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 cmake_args() {
@@ -21,12 +23,45 @@ cmake_args() {
     sanitize) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_SANITIZE=ON" ;;
     arm) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_BUILD_TOOLS=OFF" \
               "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/arm-linux-gnueabihf.cmake" ;;
+    fuzz) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_BUILD_FUZZ=ON -DLUMIVEX_BUILD_TESTS=OFF" \
+               "-DLUMIVEX_BUILD_JNI=OFF -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++" ;;
     *) return 1 ;;
   esac
 }
 
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
+
+# Runs every fuzz target for a bounded time on a scratch copy of its corpus and appends a
+# ctest-style result line for the runs to the log. A finding fails the configuration; its
+# input is kept in $dir/fuzz-findings.
+fuzz_runs() {
+  local dir=$1 log=$2 seconds=${LUMIVEX_FUZZ_SECONDS:-40} total=0 failed=0
+  mkdir -p "$dir/fuzz-findings"
+  for target in "$dir"/fuzz/*_fuzzer; do
+    local name scratch
+    name=$(basename "$target" _fuzzer)
+    scratch="$dir/fuzz-corpus/$name"
+    rm -rf "$scratch" && mkdir -p "$scratch" && cp fuzz/corpus/"$name"/* "$scratch"/
+    total=$((total + 1))
+    if "$target" -max_total_time="$seconds" -timeout=60 -rss_limit_mb=2560 -malloc_limit_mb=1024 \
+        -artifact_prefix="$dir/fuzz-findings/$name-" -print_final_stats=1 "$scratch" \
+        >"$dir/fuzz-$name.log" 2>&1; then
+      echo "   fuzz $name: $(grep -Eo 'stat::number_of_executed_units: [0-9]+' "$dir/fuzz-$name.log" |
+        grep -Eo '[0-9]+') runs, no finding"
+    else
+      failed=$((failed + 1))
+      echo "   fuzz $name: FINDING (see $dir/fuzz-$name.log)"
+      grep -E 'ERROR|runtime error|fuzz check' "$dir/fuzz-$name.log" | head -n 5
+    fi
+  done
+  # Fold the runs into ctest's own closing line, which the summary below reads.
+  local tests replay_failed
+  tests=$(grep -Eo 'failed out of [0-9]+' "$log" | tail -n 1 | grep -Eo '[0-9]+')
+  replay_failed=$(grep -Eo '[0-9]+ tests? failed out' "$log" | tail -n 1 | grep -Eo '^[0-9]+')
+  local all=$((tests + total)) bad=$((replay_failed + failed))
+  echo "$(( (all - bad) * 100 / all ))% tests passed, $bad tests failed out of $all" >>"$log"
+}
 
 summary=()
 total_pass=0
@@ -50,6 +85,10 @@ for config in "${configs[@]}"; do
     grep -E '^(\s*[0-9]+/[0-9]+ Test|[0-9]+% tests passed|The following tests|\s+[0-9]+ - )' |
     grep -v ' Passed ' || true
   line=$(grep -E '[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)
+  if [[ $config == fuzz && -n "$line" ]]; then
+    fuzz_runs "$dir" "$log"
+    line=$(grep -E '[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)
+  fi
   if [[ -z "$line" ]]; then
     summary+=("$config: no test result (see $log)")
     status=1

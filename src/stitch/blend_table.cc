@@ -116,7 +116,7 @@ InterleavedOverlap InterleavedChromaOverlap(const ZMOSIMAGE& first, const ZMOSRE
     o.row2 = y;
   } else {
     o.rows = o.height / 2;
-    o.row1 = (r.lTop + (r.lTop & 1)) / 2;
+    o.row1 = (std::int64_t{r.lTop} + (r.lTop & 1)) / 2;
     o.row2 = y / 2;
   }
   o.crosswise = (o.left & 1) && !(o.x & 1);

@@ -1,14 +1,17 @@
 // The lumivex program run as a user runs it: as a subprocess, reading its output and
 // exit status.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace {
@@ -125,6 +128,81 @@ TEST_F(Cli, EvalScoresCompletionAndTracking) {
     EXPECT_LT(mean, 10.0) << entry;
   }
   EXPECT_EQ(scenarios, 4);
+}
+
+std::uint32_t Crc32(const std::string& bytes) {
+  std::uint32_t c = 0xFFFFFFFFu;
+  for (unsigned char b : bytes) {
+    c ^= b;
+    for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1)));
+  }
+  return ~c;
+}
+
+std::string BigEndian(std::uint32_t v) {
+  return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16),
+                     static_cast<char>(v >> 8), static_cast<char>(v)};
+}
+
+// Files whose headers promise far more than they hold: refused (or cut short) with one
+// line, without allocating what the header asks for.
+TEST_F(Cli, HostileHeadersCostNothing) {
+  {
+    std::ofstream y(Path("huge.y4m"), std::ios::binary);
+    y << "YUV4MPEG2 W8192 H8192 C420jpeg\nFRAME\n" << std::string(1000, 'z');
+  }
+  {
+    std::ofstream y(Path("enormous.y4m"), std::ios::binary);
+    y << "YUV4MPEG2 W16384 H16384 C420jpeg\nFRAME\n" << std::string(1000, 'z');
+  }
+  {
+    std::ofstream y(Path("tiny.y4m"), std::ios::binary);
+    y << "YUV4MPEG2 W64 H48 C420jpeg\nFRAME\n" << std::string(64 * 48 * 3 / 2, 'z');
+  }
+  {
+    // A 69-byte PNG that declares 1000000 x 1000000 RGB pixels.
+    const std::string ihdr =
+        "IHDR" + BigEndian(1000000) + BigEndian(1000000) + "\x08\x02" + std::string(3, '\0');
+    std::ofstream png(Path("huge.png"), std::ios::binary);
+    png << "\x89PNG\r\n\x1a\n"
+        << BigEndian(13) << ihdr << BigEndian(Crc32(ihdr)) << BigEndian(0) << "IEND"
+        << BigEndian(Crc32("IEND"));
+  }
+  fs::create_directories(Path("pictures"));
+  fs::copy_file(Path("huge.png"), Path("pictures/1.png"));
+  if (HavePhoto()) {
+    // The photograph with its frame header rewritten to 65500 x 65500.
+    std::ifstream in(photo_, std::ios::binary);
+    std::string jpeg((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    for (std::size_t i = 2; i + 9 < jpeg.size(); ++i) {
+      const auto m = static_cast<unsigned char>(jpeg[i + 1]);
+      if (jpeg[i] == '\xFF' && (m == 0xC0 || m == 0xC1 || m == 0xC2)) {
+        jpeg[i + 5] = jpeg[i + 7] = '\xFF';
+        jpeg[i + 6] = jpeg[i + 8] = '\xDC';
+        break;
+      }
+    }
+    std::ofstream(Path("pictures/2.jpg"), std::ios::binary) << jpeg.substr(0, 1500);
+    fs::create_directories(Path("jpeg"));
+    std::ofstream(Path("jpeg/1.jpg"), std::ios::binary) << jpeg.substr(0, 1500);
+  }
+  const std::string out = " -o '" + Path("p.jpg") + "'";
+  for (const std::string& input : {"huge.y4m", "enormous.y4m", "tiny.y4m", "pictures", "jpeg"}) {
+    if (!fs::exists(Path(input))) continue;
+    const Outcome r = Lumivex("stitch '" + Path(input) + "'" + out);
+    EXPECT_EQ(r.status, 2) << input << "\n" << r.out;
+    EXPECT_EQ(r.out.rfind("lumivex: ", 0), 0u) << r.out;
+    EXPECT_EQ(r.out.find('\n'), r.out.size() - 1) << "one line: " << r.out;
+    if (input == "tiny.y4m") EXPECT_NE(r.out.find("96x32"), std::string::npos) << r.out;
+  }
+  // Frames the engine cannot sweep are refused before it starts, naming what works.
+  std::ofstream(Path("raw-small.bin"), std::ios::binary) << std::string(64 * 48 * 3, 'r');
+  const Outcome raw = Lumivex("stitch '" + Path("raw-small.bin") + "' --size 64x48" + out);
+  EXPECT_EQ(raw.status, 2) << raw.out;
+  EXPECT_NE(raw.out.find("96x32"), std::string::npos) << raw.out;
+  rusage usage{};
+  getrusage(RUSAGE_CHILDREN, &usage);
+  EXPECT_LT(usage.ru_maxrss, 300 * 1024) << "a child used " << usage.ru_maxrss / 1024 << " MB";
 }
 
 TEST_F(Cli, BadInputGetsOneLineAndAnExitStatus) {
