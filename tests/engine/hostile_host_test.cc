@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -30,6 +31,7 @@ struct CaptureResult {
   std::int32_t stitch = -1;
   int frames = 0;
   bool table_left_in_buffer = false;
+  std::int64_t largest_offset = 0;
 };
 
 // One capture over a heap buffer of `size` bytes, `steps` frames moving `step` px right
@@ -53,6 +55,8 @@ CaptureResult RunCapture(const Plane8& scene, std::int32_t size, int frames, int
     const std::int32_t res =
         ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
     ++out.frames;
+    if (res == 0 || res == ZMOS_ERR_TOO_FAST || res == ZMOS_ERR_SWEEP_WRONG)
+      out.largest_offset = std::max(out.largest_offset, std::abs(std::int64_t{offset[0]}));
     if (jump_at < 0 && res != 0) break;
     if (res == 0) ZMOS_UpdateUIImage(engine, frame.get(), &ui, 6, rect);
     if (angle >= 180) break;
@@ -94,6 +98,7 @@ TEST(HostileHost, RunawayTravelAfterTooFastStaysDefined) {
   if (scene == nullptr) GTEST_SKIP() << "no test photograph";
   const CaptureResult run = RunCapture(*scene, HandlerBufferSize(160, 120), 90, 6, 20, 40);
   EXPECT_EQ(run.frames, 90);
+  EXPECT_GT(run.largest_offset, 1000000000) << "the travel did not run away";
 }
 
 // The second rectangle narrower than the first: only the columns the second image has
