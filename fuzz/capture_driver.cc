@@ -4,21 +4,6 @@
 #include <optional>
 
 namespace lumivex::fuzz {
-namespace {
-
-// Every byte of an engine-owned result, so stale or uninitialised pixels are read.
-void TouchResult(const ZMOSIMAGE& img) {
-  const Layout l = LayoutOf(img.dwFormat, img.lWidth, img.lHeight);
-  volatile std::uint32_t sum = 0;
-  for (int p = 0; p < l.planes; ++p) {
-    if (img.pPlane[p] == nullptr) continue;
-    for (std::int64_t r = 0; r < l.rows[p]; ++r)
-      for (std::int64_t c = 0; c < l.row_bytes[p]; ++c)
-        sum = sum + img.pPlane[p][r * img.lPitch[p] + c];
-  }
-}
-
-}  // namespace
 
 void RunCapture(Input& in) {
   static constexpr std::uint32_t kFrameFormats[] = {0x802, 0x802, 0x802, 0x601,
@@ -70,7 +55,7 @@ void RunCapture(Input& in) {
     const int op = in.Range(0, 15);
     if (op == 0) {
       ZMOSIMAGE result{};
-      if (ZMOS_Stitch(engine, &result, nullptr) == 0) TouchResult(result);
+      if (ZMOS_Stitch(engine, &result, nullptr) == 0) TouchImage(&result);
       continue;
     }
     // Motion: a steady sweep with wobble, and sometimes a jump or a raw frame.
@@ -99,7 +84,7 @@ void RunCapture(Input& in) {
     if (draw_preview && (res == 0 || in.Range(0, 7) == 0)) {
       ZMOSIMAGE ui = *preview.get();
       std::int32_t rect[4];
-      if (ZMOS_UpdateUIImage(engine, frame.get(), &ui, scale, rect) == 0) TouchResult(ui);
+      if (ZMOS_UpdateUIImage(engine, frame.get(), &ui, scale, rect) == 0) TouchImage(&ui);
       frame.CheckUnchanged("the preview changed the caller's frame");
       preview.CheckPadding("the preview wrote outside the caller's preview pixels");
       work.CheckGuards("work buffer after the preview");
@@ -107,7 +92,7 @@ void RunCapture(Input& in) {
     if (angle >= 180 && in.Bool()) break;
   }
   ZMOSIMAGE result{};
-  if (ZMOS_Stitch(engine, &result, nullptr) == 0) TouchResult(result);
+  if (ZMOS_Stitch(engine, &result, nullptr) == 0) TouchImage(&result);
   work.CheckGuards("work buffer after the stitch");
   if (in.Bool()) {
     // A second stitch and selection after the end are harmless.

@@ -123,6 +123,18 @@ std::uint32_t CallerImage::Touch() const {
   return sum;
 }
 
+void TouchImage(const ZMOSIMAGE* image) {
+  if (image == nullptr) return;
+  const Layout l = LayoutOf(image->dwFormat, image->lWidth, image->lHeight);
+  volatile std::uint32_t sum = 0;
+  for (int p = 0; p < l.planes; ++p) {
+    if (image->pPlane[p] == nullptr) continue;
+    for (std::int64_t y = 0; y < l.rows[p]; ++y)
+      for (std::int64_t x = 0; x < l.row_bytes[p]; ++x)
+        sum = sum + image->pPlane[p][y * image->lPitch[p] + x];
+  }
+}
+
 GuardedBuffer::GuardedBuffer(std::size_t size)
     : size_(size), storage_(std::make_unique<std::uint8_t[]>(size + 2 * kGuard)) {
   std::memset(storage_.get(), kPattern, kGuard);

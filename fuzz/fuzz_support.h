@@ -112,6 +112,10 @@ class CallerImage {
   std::vector<std::vector<std::uint8_t>> snapshot_;
 };
 
+// Reads every pixel of an image the library handed out, so stale, uninitialised or
+// out-of-bounds bytes reach the sanitizer. Null is ignored.
+void TouchImage(const ZMOSIMAGE* image);
+
 // A heap block with guard zones on both sides that must survive every call.
 class GuardedBuffer {
  public:

@@ -16,17 +16,6 @@ ZMOSRECT Rect(Input& in) {
   return ZMOSRECT{l, t, l + in.Range(-1, 130), t + in.Range(-1, 100)};
 }
 
-void TouchOwned(const ZMOSIMAGE* image) {
-  if (image == nullptr) return;
-  const lumivex::fuzz::Layout l =
-      lumivex::fuzz::LayoutOf(image->dwFormat, image->lWidth, image->lHeight);
-  volatile std::uint32_t sum = 0;
-  for (int p = 0; p < l.planes; ++p)
-    for (std::int64_t y = 0; y < l.rows[p]; ++y)
-      for (std::int64_t x = 0; x < l.row_bytes[p]; ++x)
-        sum = sum + image->pPlane[p][y * image->lPitch[p] + x];
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -59,11 +48,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         ZMOSCopyImage_AOD(dst.get(), src.get());
         break;
       case 3:
-        if (ZMOSCloneImage_AOD(&owned, src.get(), mem) == 0) TouchOwned(owned);
+        if (ZMOSCloneImage_AOD(&owned, src.get(), mem) == 0) lumivex::fuzz::TouchImage(owned);
         break;
       case 4:
         if (ZMOSCloneImageROI_AOD(&owned, src.get(), in.Bool() ? &r1 : nullptr, mem) == 0)
-          TouchOwned(owned);
+          lumivex::fuzz::TouchImage(owned);
         break;
       case 5: {
         // Crops work in place on an image the library made.
@@ -73,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           } else {
             ZMOSCropImageContinueBuffer_AOD(owned, &r1);
           }
-          TouchOwned(owned);
+          lumivex::fuzz::TouchImage(owned);
         }
         ZMOSFreeImage_AOD(&owned, mem);
         break;
@@ -92,7 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       default: {
         ZMOSIMAGE* got = nullptr;
         std::int32_t a, b, c, d, e, last = 0;
-        if (ZMOSGetImageFromStack_SIS(stack, &got, &a, &b, &c, &d, &e, &last) == 0) TouchOwned(got);
+        if (ZMOSGetImageFromStack_SIS(stack, &got, &a, &b, &c, &d, &e, &last) == 0)
+          lumivex::fuzz::TouchImage(got);
         break;
       }
     }

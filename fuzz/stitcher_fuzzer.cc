@@ -11,18 +11,6 @@ using lumivex::fuzz::CallerImage;
 using lumivex::fuzz::GuardedBuffer;
 using lumivex::fuzz::Input;
 
-void TouchRect(ZMOSIMAGE* image, const ZMOSRECT& r) {
-  if (image == nullptr) return;
-  const lumivex::fuzz::Layout l =
-      lumivex::fuzz::LayoutOf(image->dwFormat, image->lWidth, image->lHeight);
-  volatile std::uint32_t sum = 0;
-  for (int p = 0; p < l.planes; ++p)
-    for (std::int64_t y = 0; y < l.rows[p]; ++y)
-      for (std::int64_t x = 0; x < l.row_bytes[p]; ++x)
-        sum = sum + image->pPlane[p][y * image->lPitch[p] + x];
-  (void)r;
-}
-
 void Direct(Input& in, MHandle mem, GuardedBuffer& work) {
   static constexpr std::uint32_t kCanvasFormats[] = {0x802, 0x601, 0x801, 0x803,
                                                      0x501, 0x701, 0x999};
@@ -60,7 +48,7 @@ void Direct(Input& in, MHandle mem, GuardedBuffer& work) {
   ZMOSGetValidRect_DIS(dis, &r);
   ZMOSIMAGE* result = nullptr;
   ZMOSGetResultImage_DIS(dis, &result);
-  TouchRect(result, r);
+  lumivex::fuzz::TouchImage(result);
   if (in.Bool()) {
     ZMOSReleasePartialDirectImageStitcher_DIS(&dis);
     if (dis != nullptr) ZMOSGetResultImage_DIS(dis, &result);
@@ -99,7 +87,7 @@ void Recording(Input& in, MHandle mem, GuardedBuffer& work) {
   ZMOSGetValidRect_ISR(isr, &r);
   ZMOSIMAGE* result = nullptr;
   ZMOSGetResultImage_ISR(isr, &result);
-  TouchRect(result, r);
+  lumivex::fuzz::TouchImage(result);
   ZMOSReleaseImageStitcher_ISR(&isr);
   work.CheckGuards("work memory after the image stitcher");
 }
