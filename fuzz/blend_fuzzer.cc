@@ -95,6 +95,11 @@ void Blends(Input& in, Memory& mem) {
                                 : Rect(in, b.get()->lWidth, b.get()->lHeight);
   const std::int32_t side = in.Range(-1, 2);
   const int op = in.Range(0, 6);
+  // Tables and maps are sized by the overlap: from the process heap, an overlap of
+  // millions of rows really asks for gigabytes. That is the host's request, not a fault.
+  const std::int64_t extent =
+      std::max(std::int64_t{r1.lRight} - r1.lLeft, std::int64_t{r1.lBottom} - r1.lTop);
+  if (mem.handle == nullptr && extent > (1 << 16)) return;
   if (op != 2) b.Snapshot();
   switch (op) {
     case 0:

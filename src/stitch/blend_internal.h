@@ -107,6 +107,10 @@ constexpr PairOrder kSwappedChroma{{0, 3, 2, 1}};
 bool ValidBlendArguments(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSIMAGE* second,
                          const ZMOSRECT* r2);
 
+// The exported chroma steps size their tables and loops by the first rectangle: it must
+// lie across the first image (a null rectangle is the whole image).
+bool StepRectFits(const ZMOSIMAGE& first, const ZMOSRECT* r1);
+
 // Work memory of one blend: the seam path and the difference map. `Finish` gives both
 // back on every path and releases the blend table on success only.
 class BlendWork {

@@ -205,14 +205,16 @@ int32_t BlendPlaneAlongSeam(uint8_t* pFirst, const uint8_t* pSecond, int32_t lFi
 int32_t BlendPlanarChroma(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond, const ZMOSRECT* pFirstRect,
                           const ZMOSRECT* pSecondRect, int32_t* plPath, int32_t lSide,
                           MHandle hMemMgr) {
-  if (pFirst == nullptr || pSecond == nullptr) return ZMOS_ERR_NO_TEXTURE;
+  if (pFirst == nullptr || pSecond == nullptr || !StepRectFits(*pFirst, pFirstRect))
+    return ZMOS_ERR_NO_TEXTURE;
   return PlanarChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, plPath, lSide, hMemMgr);
 }
 
 int32_t BlendInterleavedChroma(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
                                const ZMOSRECT* pFirstRect, const ZMOSRECT* pSecondRect,
                                int32_t* plPath, int32_t lSide, MHandle hMemMgr) {
-  if (pFirst == nullptr || pSecond == nullptr) return ZMOS_ERR_NO_TEXTURE;
+  if (pFirst == nullptr || pSecond == nullptr || !StepRectFits(*pFirst, pFirstRect))
+    return ZMOS_ERR_NO_TEXTURE;
   return InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, plPath, lSide, hMemMgr);
 }
 

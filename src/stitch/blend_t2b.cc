@@ -186,7 +186,8 @@ int32_t BlendLumaAlongSeamT2B(uint8_t* pFirst, const uint8_t* pSecond, int32_t l
 int32_t BlendInterleavedChromaT2B(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
                                   const ZMOSRECT* pFirstRect, const ZMOSRECT* pSecondRect,
                                   int32_t* plPath, int32_t lSide, MHandle hMemMgr) {
-  if (pFirst == nullptr || pSecond == nullptr) return ZMOS_ERR_NO_TEXTURE;
+  if (pFirst == nullptr || pSecond == nullptr || !StepRectFits(*pFirst, pFirstRect))
+    return ZMOS_ERR_NO_TEXTURE;
   return InterleavedChromaT2B(*pFirst, *pSecond, pFirstRect, pSecondRect, plPath, lSide, hMemMgr);
 }
 

@@ -140,6 +140,11 @@ bool ValidBlendArguments(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSI
          second->pPlane[0] != nullptr;
 }
 
+bool StepRectFits(const ZMOSIMAGE& first, const ZMOSRECT* r1) {
+  return r1 == nullptr || (r1->lLeft >= 0 && r1->lLeft <= r1->lRight &&
+                           r1->lRight <= first.lWidth && r1->lTop <= r1->lBottom);
+}
+
 BlendWork::BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes) : mem_(mem) {
   if (path_entries < 0 || path_entries >= INT32_MAX / 4 || map_bytes < 0 || map_bytes > INT32_MAX)
     return;
