@@ -1,0 +1,152 @@
+// Deterministic end-to-end sweeps whose panoramas are pinned by checksum: any change to
+// what the default (exact) engine produces shows up here and has to be explained.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lumivex/lumivex.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using lumivex::test::ColourPlanes;
+using lumivex::test::Frame;
+using lumivex::test::Plane8;
+
+struct Sweep {
+  int scene;  // 0 half-size photograph, 1 turned on its side, 2 full size
+  int direction;
+  int width, height;
+  std::uint32_t format;
+  std::uint64_t expected;  // FNV-1a of the panorama's size, luma and chroma rows
+  // (LUMIVEX_PRINT_CHECKSUMS=1 prints the table as the engine computes it)
+  int expected_width, expected_height;
+};
+
+std::uint64_t Fnv(std::uint64_t h, const std::uint8_t* p, std::size_t n) {
+  for (std::size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 0x100000001B3ull;
+  return h;
+}
+
+std::uint64_t Checksum(const ZMOSIMAGE& img) {
+  std::uint64_t h = 0xCBF29CE484222325ull;
+  const std::int32_t size[2] = {img.lWidth, img.lHeight};
+  h = Fnv(h, reinterpret_cast<const std::uint8_t*>(size), sizeof(size));
+  for (std::int32_t r = 0; r < img.lHeight; ++r)
+    h = Fnv(h, img.pPlane[0] + std::int64_t{r} * img.lPitch[0], img.lWidth);
+  // NV21: one VU plane of full-width rows; I420: U then V at half width.
+  const bool planar = img.dwFormat == ZMOS_FORMAT_I420;
+  for (int p = 1; p <= (planar ? 2 : 1); ++p)
+    for (std::int32_t r = 0; r < img.lHeight / 2; ++r)
+      h = Fnv(h, img.pPlane[p] + std::int64_t{r} * img.lPitch[p],
+              planar ? img.lWidth / 2 : img.lWidth);
+  return h;
+}
+
+// Twice the size, each sample repeated: the half-size colour planes under the full-size luma.
+Plane8 Doubled(const Plane8& p) {
+  Plane8 d{2 * p.width, 2 * p.height, std::vector<std::uint8_t>(p.pixels.size() * 4)};
+  for (int y = 0; y < d.height; ++y)
+    for (int x = 0; x < d.width; ++x)
+      d.pixels[static_cast<std::size_t>(y) * d.width + x] = p.at(x / 2, y / 2);
+  return d;
+}
+
+Plane8 Transposed(const Plane8& p) {
+  Plane8 t{p.height, p.width, std::vector<std::uint8_t>(p.pixels.size())};
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x)
+      t.pixels[static_cast<std::size_t>(x) * p.height + y] = p.at(x, y);
+  return t;
+}
+
+// Runs a steady sweep (12 px a frame) and returns the panorama's checksum.
+std::uint64_t RunSweep(const ColourPlanes& scene, const Sweep& s, ZMOSIMAGE* result_out,
+                       std::vector<std::uint8_t>* work) {
+  const std::int64_t side = std::max(s.width, s.height);
+  const auto size = static_cast<std::int32_t>(3LL * s.width * s.height +
+                                              35 * ((side * ((side / 5) & ~3) * 3LL) / 2) + 608);
+  work->assign(size, 0);
+  ZMOSSWEEPSTITCHER* engine = nullptr;
+  ZMOSINITPARAM param{work->data(), size, 180, s.width, s.height, s.width, s.height};
+  EXPECT_EQ(ZMOS_Init(&param, &engine), 0);
+  const bool horizontal = s.direction < 2;
+  const int sign = s.direction % 2 == 0 ? 1 : -1;
+  // A sweep is complete after three frame widths less one frame along it.
+  const int travel = 3 * s.width - (horizontal ? s.width : s.height);
+  const int along0 = sign > 0 ? 40 : 40 + travel + 100;
+  const int cross0 = s.scene == 2 ? 1300 : 560;  // through the land below the horizon
+  std::int32_t kept = 0, angle = 0, rect[4];
+  ZMOSIMAGE ui{};
+  ui.dwFormat = ZMOS_FORMAT_NV21;
+  for (int k = 0; k < 400 && angle < 180; ++k) {
+    const int along = along0 + sign * 12 * k;
+    const int x = horizontal ? along : cross0, y = horizontal ? cross0 : along;
+    Frame frame(scene, x, y, s.width, s.height, s.format);
+    std::int32_t offset[2], flags[4];
+    const std::int32_t res =
+        ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
+    EXPECT_EQ(res, 0) << "frame " << k;
+    if (res != 0) break;
+    if (s.format == ZMOS_FORMAT_NV21) ZMOS_UpdateUIImage(engine, frame.get(), &ui, 6, rect);
+  }
+  EXPECT_GE(angle, 180);
+  ZMOSIMAGE result{};
+  EXPECT_EQ(ZMOS_Stitch(engine, &result, nullptr), 0);
+  const std::uint64_t sum = Checksum(result);
+  *result_out = result;
+  ZMOS_UnInit(&engine);
+  return sum;
+}
+
+TEST(PanoramaChecksums, ExactOutputOfDeterministicSweeps) {
+  const ColourPlanes* photo = lumivex::test::ColourPhoto();
+  if (photo == nullptr) {
+    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
+    GTEST_SKIP();
+  }
+  // Vertical sweeps run over the photograph turned on its side, so that they travel
+  // through the textured land rather than up into the sky.
+  const ColourPlanes turned{Transposed(photo->y), Transposed(photo->u), Transposed(photo->v)};
+  // 854-wide frames (half of it odd) need the full-size photograph to fit a whole sweep.
+  const Plane8* luma = lumivex::test::Photo();
+  ASSERT_NE(luma, nullptr);
+  const ColourPlanes full{*luma, Doubled(photo->u), Doubled(photo->v)};
+  const ColourPlanes* scenes[] = {photo, &turned, &full};
+  const Sweep sweeps[] = {
+      {0, 0, 640, 480, 0x802, 0xEC424AA4DE08A0D4ull, 1920, 480},
+      {0, 0, 640, 480, 0x601, 0x75EB4EFDA572D686ull, 1920, 480},
+      {0, 1, 640, 480, 0x802, 0xAC0F159D4BFB7D1Eull, 1920, 480},
+      {0, 1, 640, 480, 0x601, 0x15819AE296EE3676ull, 1920, 480},
+      {1, 2, 640, 480, 0x802, 0x64806B9A4430C80Dull, 640, 1920},
+      {1, 2, 640, 480, 0x601, 0xFEED95AB6A2F2227ull, 640, 1920},
+      {1, 3, 640, 480, 0x802, 0xD9DBF6B5CF5D2F19ull, 640, 1920},
+      {1, 3, 640, 480, 0x601, 0xFC9A55AC5BE3D5ADull, 640, 1920},
+      {2, 0, 854, 480, 0x802, 0x4243B5814BD3252Eull, 2560, 480},
+      {2, 1, 854, 480, 0x802, 0xCE0EF0A9984BE0E3ull, 2560, 480},
+      {2, 0, 854, 480, 0x601, 0x66C89750B41CC3E4ull, 2560, 480},
+      {2, 1, 854, 480, 0x601, 0xCB249A77DD1BE587ull, 2560, 480},
+  };
+  std::vector<std::uint8_t> work;
+  for (const Sweep& s : sweeps) {
+    SCOPED_TRACE(testing::Message() << "direction " << s.direction << " " << s.width << "x"
+                                    << s.height << " format " << s.format);
+    ZMOSIMAGE result{};
+    const std::uint64_t sum = RunSweep(*scenes[s.scene], s, &result, &work);
+    if (std::getenv("LUMIVEX_PRINT_CHECKSUMS") != nullptr)
+      std::printf("      {%d, %d, %d, %d, 0x%X, 0x%016llXull, %d, %d},\n", s.scene, s.direction,
+                  s.width, s.height, s.format, static_cast<unsigned long long>(sum), result.lWidth,
+                  result.lHeight);
+    EXPECT_EQ(sum, s.expected);
+    EXPECT_EQ(result.lWidth, s.expected_width);
+    EXPECT_EQ(result.lHeight, s.expected_height);
+  }
+}
+
+}  // namespace
