@@ -42,6 +42,17 @@ struct Sampler {
   }
 };
 
+// Chroma of a target pixel pair whose first pixel samples source pixel (sx, sy). A packed
+// source keeps its components in order: U beside the first sample, V beside the second
+// (sx + the horizontal factor), when that one exists.
+void PairChroma(const Sampler& src, std::int32_t sx, std::int32_t sy, std::int32_t scale,
+                std::uint8_t* u, std::uint8_t* v) {
+  src.Chroma(sx, sy, u, v);
+  if (!src.packed() || std::int64_t{sx} + scale >= src.img.lWidth) return;
+  std::uint8_t unused;
+  src.Chroma(sx + scale, sy, &unused, v);
+}
+
 bool Sampleable(const ZMOSIMAGE& img) {
   const std::uint32_t f = img.dwFormat;
   if (img.pPlane[0] == nullptr) return false;
@@ -64,8 +75,13 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
       pSrcRect != nullptr ? *pSrcRect : ZMOSRECT{0, 0, Even(pSrc->lWidth), Even(pSrc->lHeight)};
   const ZMOSRECT d =
       pDstRect != nullptr ? *pDstRect : ZMOSRECT{0, 0, Even(pDst->lWidth), Even(pDst->lHeight)};
-  if (d.lBottom - d.lTop < 1) return ZMOS_OK;
-  if (!Sampleable(*pSrc) || !Sampleable(*pDst)) return ZMOS_ERR_UNSUPPORTED_FORMAT;
+  if (std::int64_t{d.lBottom} - d.lTop < 1) return ZMOS_OK;
+  const std::uint32_t sf = pSrc->dwFormat;
+  if (!(sf == 0x501 || sf == 0x502 || (sf >= 0x801 && sf <= 0x803)))
+    return ZMOS_ERR_UNSUPPORTED_FORMAT;
+  // A source without its planes, or a target this reduction cannot lay out, is a bad
+  // argument rather than a format the engine does not read.
+  if (!Sampleable(*pSrc) || !Sampleable(*pDst)) return ZMOS_ERR_INVALID_PARAM;
   const Sampler src{*pSrc};
   const Sampler dst{*pDst};
   // Only what lies inside both images is drawn.
@@ -85,10 +101,9 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
       const std::uint8_t y = src.Luma(sx, sy);
       if (dst.packed()) {
         drow[2 * tx] = y;
-        // Each target pixel pair takes the chroma of its first pixel's source sample.
         if ((tx & 1) == 0) {
           std::uint8_t u, v;
-          src.Chroma(sx, sy, &u, &v);
+          PairChroma(src, sx, sy, lScaleX, &u, &v);
           drow[2 * tx + 1] = pDst->dwFormat == 0x501 ? u : v;
           if (tx + 1 < Even(pDst->lWidth)) drow[2 * tx + 3] = pDst->dwFormat == 0x501 ? v : u;
         }
@@ -108,7 +123,7 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
       std::int32_t sx, sy;
       if (!source(tx, ty, &sx, &sy)) continue;
       std::uint8_t u, v;
-      src.Chroma(sx, sy, &u, &v);
+      PairChroma(src, sx, sy, lScaleX, &u, &v);
       crow[tx] = pDst->dwFormat == 0x802 ? v : u;
       crow[tx + 1] = pDst->dwFormat == 0x802 ? u : v;
     }
@@ -221,9 +236,9 @@ int32_t ZMOSUpdateUIImage(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
   }
   src.lRight = std::min(src.lRight, fw);
   src.lBottom = std::min(src.lBottom, fh);
-  // Drawn into the engine's own record: the caller's is a view of the same pixels.
-  ZMOSIMAGE* target = st.pPreview != nullptr ? st.pPreview : pUIImage;
-  const std::int32_t res = DownSampleImage(pFrame, &src, target, &d, s, s, 0);
+  // Drawn into the caller's record: a view of the preview after the first strip unless
+  // the caller has put its own buffer there (clipped to that image).
+  const std::int32_t res = DownSampleImage(pFrame, &src, pUIImage, &d, s, s, 0);
   if (plRect != nullptr) {
     plRect[0] = pr.lLeft;
     plRect[1] = pr.lTop;

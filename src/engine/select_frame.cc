@@ -223,11 +223,12 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
     }
     if (s.bNeedSetup && (res = SetUp(s, frame)) != 0) return;
 
+    // The selector writes the travel before it reports a failure; the tail reports it.
     std::int32_t travel[2] = {0, 0};
     res = ZMOSFrameSelectorRunBySF_FS(s.hFrameSelector, &frame, &track, travel, &status);
-    if (res != 0) return;
     dx = travel[0];
     dy = travel[1];
+    if (res != 0) return;
     if (status == ZMOS_SELECT_KEEP) {
       bool drifted = false;
       res = Keep(s, frame, dx, dy, &drifted);

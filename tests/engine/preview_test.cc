@@ -1,0 +1,135 @@
+// The preview's reduction and where it is drawn.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "lumivex/lumivex.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using lumivex::test::GuardedImage;
+using lumivex::test::Rng;
+
+// Nearest-sample reduction of a packed source as the rule reads: target pixel pair k of
+// row y takes the luma of source pixels 2ks and 2ks + s of row ys, U from beside the first
+// and V from beside the second.
+struct PackedModel {
+  const GuardedImage& src;
+  std::uint8_t Luma(int x, int y) const { return src.at(0, 2 * x, y); }
+  // 0x501: Y U Y V; 0x502: Y V Y U.
+  std::uint8_t U(int x, int y, bool swapped) const {
+    return src.at(0, 4 * (x / 2) + (swapped ? 3 : 1), y);
+  }
+  std::uint8_t V(int x, int y, bool swapped) const {
+    return src.at(0, 4 * (x / 2) + (swapped ? 1 : 3), y);
+  }
+};
+
+TEST(Preview, DownSampleTakesEachSampleFromItsOwnSourcePixel) {
+  Rng rng(5);
+  for (std::uint32_t source : {0x501u, 0x502u}) {
+    for (int s : {1, 2, 3, 5, 6}) {
+      SCOPED_TRACE(testing::Message() << "source " << source << " factor " << s);
+      const int tw = 2 * rng.Range(2, 12), th = 2 * rng.Range(1, 3);
+      GuardedImage src(source, tw * s + rng.Range(0, 3), th * s + 1, 3, s);
+      GuardedImage dst(0x501, tw, th, 2, 9);
+      ASSERT_EQ(DownSampleImage(src.get(), nullptr, dst.get(), nullptr, s, s, 0), 0);
+      const PackedModel m{src};
+      const bool swapped = source == 0x502;
+      for (int y = 0; y < th; ++y)
+        for (int k = 0; k < tw / 2; ++k) {
+          const int a = 2 * k * s, b = 2 * k * s + s, ys = y * s;
+          ASSERT_EQ(dst.at(0, 4 * k, y), m.Luma(a, ys)) << k << "," << y;
+          ASSERT_EQ(dst.at(0, 4 * k + 2, y), m.Luma(b, ys)) << k << "," << y;
+          ASSERT_EQ(dst.at(0, 4 * k + 1, y), m.U(a, ys, swapped)) << k << "," << y;
+          ASSERT_EQ(dst.at(0, 4 * k + 3, y), m.V(b, ys, swapped)) << k << "," << y;
+        }
+      EXPECT_TRUE(dst.GuardsIntact());
+    }
+  }
+}
+
+TEST(Preview, DownSampleRefusesOnlyUnknownSources) {
+  GuardedImage nv21(ZMOS_FORMAT_NV21, 64, 32), i420(ZMOS_FORMAT_I420, 64, 32);
+  GuardedImage target(ZMOS_FORMAT_NV21, 16, 8), odd_target(ZMOS_FORMAT_I420, 16, 8);
+  EXPECT_EQ(DownSampleImage(i420.get(), nullptr, target.get(), nullptr, 4, 4, 0),
+            ZMOS_ERR_UNSUPPORTED_FORMAT);
+  EXPECT_EQ(DownSampleImage(nv21.get(), nullptr, target.get(), nullptr, 4, 4, 0), 0);
+  // A target it cannot lay out is a bad argument, not an unsupported source.
+  EXPECT_EQ(DownSampleImage(nv21.get(), nullptr, odd_target.get(), nullptr, 4, 4, 0),
+            ZMOS_ERR_INVALID_PARAM);
+  EXPECT_TRUE(odd_target.GuardsIntact());
+  // An empty target rectangle draws nothing, whatever the source.
+  const ZMOSRECT empty{0, 4, 16, 4};
+  EXPECT_EQ(DownSampleImage(i420.get(), nullptr, target.get(), &empty, 4, 4, 0), 0);
+}
+
+// After the first strip the host may hand its own buffer in; strips are drawn into it.
+TEST(Preview, DrawsIntoTheCallersImage) {
+  const lumivex::test::Plane8* scene = lumivex::test::Photo();
+  if (scene == nullptr) GTEST_SKIP() << "no test photograph";
+  constexpr int kW = 320, kH = 120;
+  std::vector<std::uint8_t> work(8 << 20);
+  ZMOSSWEEPSTITCHER* engine = nullptr;
+  ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, kW, kH, kW, kH};
+  ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
+  ZMOSIMAGE ui{};
+  ui.dwFormat = ZMOS_FORMAT_NV21;
+  GuardedImage own(ZMOS_FORMAT_NV21, 160, 20, 4, 3);
+  for (int r = 0; r < own.rows(0); ++r)
+    for (int c = 0; c < own.row_bytes(0); ++c) own.at(0, c, r) = 7;
+  std::int32_t kept = 0, angle = 0, rect[4] = {0, 0, 0, 0};
+  bool swapped = false;
+  for (int k = 0; k < 120 && angle < 180; ++k) {
+    lumivex::test::Frame frame(*scene, 1000 + 9 * k, 1300, kW, kH);
+    std::int32_t offset[2], flags[4];
+    ASSERT_EQ(ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle), 0);
+    ASSERT_EQ(ZMOS_UpdateUIImage(engine, frame.get(), swapped ? own.get() : &ui, 6, rect), 0);
+    if (kept >= 2 && !swapped) swapped = true;  // the engine's view was filled once
+  }
+  ASSERT_TRUE(swapped);
+  int drawn = 0;
+  for (int r = 0; r < own.rows(0); ++r)
+    for (int c = 0; c < own.row_bytes(0); ++c) drawn += own.at(0, c, r) != 7;
+  EXPECT_GT(drawn, 500) << "the host's buffer received no strip";
+  EXPECT_TRUE(own.GuardsIntact());
+  ZMOS_UnInit(&engine);
+}
+
+}  // namespace
+
+namespace {
+
+// A frame the reference tracker cannot read (its full frame is of an unknown format) ends
+// the capture; the travel the selector measured on it from the tracking image is still
+// reported, continuing the sweep's offsets.
+TEST(SelectionTail, TheFrameThatEndsACaptureReportsItsTravel) {
+  const lumivex::test::Plane8* scene = lumivex::test::Photo();
+  if (scene == nullptr) GTEST_SKIP() << "no test photograph";
+  constexpr int kW = 640, kH = 480, kStep = 5;
+  std::vector<std::uint8_t> work(8 << 20);
+  ZMOSSWEEPSTITCHER* engine = nullptr;
+  ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, kW, kH, kW, kH};
+  ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
+  std::int32_t kept = 0, angle = 0, previous = 0;
+  bool moving = false;
+  for (int k = 0; k < 14; ++k) {
+    lumivex::test::Frame frame(*scene, 1000 + kStep * k, 1300, kW, kH);
+    ZMOSIMAGE full = *frame.get();
+    const bool last = k == 13;
+    if (last) full.dwFormat = 0x999;
+    std::int32_t offset[2], flags[4];
+    const std::int32_t res =
+        ZMOS_SelectFrames(engine, &full, frame.get(), offset, &kept, flags, &angle);
+    EXPECT_EQ(res, last ? ZMOS_ERR_UNSUPPORTED_FORMAT : 0) << k;
+    if (moving) EXPECT_EQ(offset[0] - previous, kStep) << "frame " << k;
+    moving = moving || offset[0] != 0;
+    previous = offset[0];
+  }
+  EXPECT_TRUE(moving);
+  ZMOS_UnInit(&engine);
+}
+
+}  // namespace
