@@ -63,11 +63,9 @@ std::int32_t TrimBands(ZMOSSWEEPSTITCHER& s) {
     }
   }
   const std::int32_t m16 = m & ~15;
-  // The bands are compared with the frame height, deliberately.
-  if (m16 < s.lFrameHeight) {
-    MMemFree(s.hMemMgr, rects);
-    return ZMOS_OK;
-  }
+  // The bands are compared with the frame height, deliberately; a narrow result keeps
+  // the rectangles in the work buffer, which goes with the capture.
+  if (m16 < s.lFrameHeight) return ZMOS_OK;
   s.bResultWide = 1;
   for (std::int32_t i = 0; i < n; ++i) {
     ZMOSRECT& r = rects[i];
@@ -90,7 +88,9 @@ int32_t ZMOSCreateSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher, const ZMOSSW
                                     int32_t lBandCount, void*) {
   if (phStitcher == nullptr || pParam == nullptr) return ZMOS_ERR_INVALID_PARAM;
   *phStitcher = nullptr;
-  if (lBandCount < 1 || lBandCount > 64) return ZMOS_ERR_INVALID_PARAM;
+  // A count below 1 is refused later, by selection and the stitch run; a negative one
+  // cannot size its arrays (4 below).
+  if (lBandCount > 64) return ZMOS_ERR_INVALID_PARAM;
   MHandle mem = MMemMgrCreate(pParam->pWorkBuffer, pParam->lWorkBufferSize);
   if (mem == nullptr) return ZMOS_ERR_NO_MEMORY;
   auto* s = static_cast<ZMOSSWEEPSTITCHER*>(MMemAlloc(mem, sizeof(ZMOSSWEEPSTITCHER)));
@@ -107,7 +107,9 @@ int32_t ZMOSCreateSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher, const ZMOSSW
   s->bNeedSetup = 1;
   s->lReserved1 = pParam->lReserved1;
   s->lReserved2 = pParam->lReserved2;
-  const auto pointers = static_cast<std::int32_t>(lBandCount * sizeof(ZMOSIMAGE*));
+  // A negative count asks for a negative size, which no allocation can meet.
+  if (lBandCount < 0) return ZMOS_ERR_NO_MEMORY;
+  const std::int32_t pointers = lBandCount * static_cast<std::int32_t>(sizeof(ZMOSIMAGE*));
   s->ppResultImages = static_cast<ZMOSIMAGE**>(MMemAlloc(mem, pointers));
   if (s->ppResultImages == nullptr) return ZMOS_ERR_NO_MEMORY;
   MMemSet(s->ppResultImages, 0, pointers);

@@ -224,7 +224,7 @@ int32_t ZMOSVideoTrackerSwap_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
 
 int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
                                   int32_t* plOffsets) {
-  if (!FrameMatches(t, pImage) || plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (!FrameMatches(t, pImage)) return ZMOS_ERR_INVALID_PARAM;
   if (t->lHoriCount < 4 || t->lVertCount < 4) return ZMOS_ERR_INVALID_PARAM;
   t->bReprojectVert = 0;
   t->bReprojectHori = 0;
@@ -250,6 +250,8 @@ int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
     t->bFirstFrame = 0;
     return ZMOS_OK;
   }
+  // The first frame needs no offsets; any later one writes them.
+  if (plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
 
   // Horizontal: the three bands summed into a whole-frame projection.
   Clear(t->ppCurHori[3], w);
@@ -311,14 +313,16 @@ int32_t ZMOSVideoTrackerSwapFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE*) {
 
 int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, int32_t* plOffsets,
                                   const int32_t* plLast) {
-  if (!FrameMatches(t, pImage) || plOffsets == nullptr || plLast == nullptr)
-    return ZMOS_ERR_INVALID_PARAM;
+  if (!FrameMatches(t, pImage)) return ZMOS_ERR_INVALID_PARAM;
   if (t->bFirstFrame) return StorePrevious(t, pImage);
+  // The prediction is read from the offsets; the last report only by a textured mode-0 run.
+  if (plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
   const std::int32_t predicted_dx = plOffsets[0], predicted_dy = plOffsets[1];
   const BandTextureTable& bt = BandTexture;
 
   if (t->lMode == 0) {
     const bool textured = bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] > 96;
+    if (textured && plLast == nullptr) return ZMOS_ERR_INVALID_PARAM;
     for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
       const ZMOSRECT& r = t->pHoriRects[i];
       if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;

@@ -217,8 +217,19 @@ TEST(TrackerFallbacks, BadArgumentsLeaveOffsetsAlone) {
     EXPECT_EQ(off[0], 7);
     EXPECT_EQ(off[1], 7);
   }
-  std::int32_t predicted[2] = {0, 0};
-  EXPECT_EQ(ZMOSVideoTrackerRunRF_PBM(trackers[2], frame.get(), predicted, nullptr), 2);
+  // The first frame needs neither the offsets nor the last report: it is projected and
+  // the run succeeds; a later frame writes offsets, and a mode-1 reference run never
+  // reads the last report.
+  EXPECT_EQ(ZMOSVideoTrackerRunFF_PBM(trackers[1], frame.get(), nullptr), 0);
+  EXPECT_EQ(ZMOSVideoTrackerRunFF_PBM(trackers[1], frame.get(), nullptr), 2);
+  EXPECT_EQ(ZMOSVideoTrackerRunRF_PBM(trackers[2], frame.get(), nullptr, nullptr), 0);
+  EXPECT_EQ(ZMOSVideoTrackerRunRF_PBM(trackers[2], frame.get(), nullptr, last), 2);
+  ZMOSVideoTracker* vertical = nullptr;
+  ASSERT_EQ(ZMOSCreateVideoTrackerRF_PBM(&vertical, kW, kH, 1, nullptr), 0);
+  std::int32_t predicted[2] = {3, -2};
+  EXPECT_EQ(ZMOSVideoTrackerRunRF_PBM(vertical, frame.get(), predicted, nullptr), 0);
+  EXPECT_EQ(ZMOSVideoTrackerRunRF_PBM(vertical, frame.get(), predicted, nullptr), 0);
+  ZMOSReleaseVideoTracker_PBM(&vertical);
   EXPECT_EQ(ZMOSVideoTrackerSwap_PBM(nullptr, frame.get()), 2);
   EXPECT_EQ(ZMOSVideoTrackerSwapFF_PBM(nullptr, frame.get()), 2);
   EXPECT_EQ(ZMOSVideoTrackerSwapRF_PBM(nullptr, frame.get()), 2);

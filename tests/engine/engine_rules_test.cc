@@ -1,4 +1,5 @@
-// The preview's reduction and where it is drawn.
+// Rules of the engine layer: the preview reduction and where it is drawn, the tail of a
+// failing selection, and where band counts are checked.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -130,6 +131,29 @@ TEST(SelectionTail, TheFrameThatEndsACaptureReportsItsTravel) {
   }
   EXPECT_TRUE(moving);
   ZMOS_UnInit(&engine);
+}
+
+}  // namespace
+
+namespace {
+
+// A band count below 1 is taken at creation and refused by the steps that use it; a
+// negative one cannot size the stitcher's arrays.
+TEST(SweepStitcher, BandCountsAreCheckedWhereTheyAreUsed) {
+  std::vector<std::uint8_t> work(1 << 20);
+  const ZMOSSWTPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 0, 0};
+  ZMOSSWEEPSTITCHER* s = nullptr;
+  ASSERT_EQ(ZMOSCreateSweepStitcher_SWT(&s, &param, 0, nullptr), 0);
+  ASSERT_NE(s, nullptr);
+  lumivex::test::GuardedImage frame(ZMOS_FORMAT_NV21, 160, 120);
+  std::int32_t offset[2], status = 0, finish = 0;
+  EXPECT_EQ(ZMOSSelectFrame_SWT(s, frame.get(), frame.get(), offset, &status, &finish),
+            ZMOS_ERR_INVALID_PARAM);
+  EXPECT_EQ(ZMOSImageStitcherRun_SWT(s), ZMOS_ERR_INVALID_PARAM);
+  ZMOSReleaseSweepStitcher_SWT(&s);
+  EXPECT_EQ(ZMOSCreateSweepStitcher_SWT(&s, &param, -3, nullptr), ZMOS_ERR_NO_MEMORY);
+  EXPECT_EQ(s, nullptr);
+  EXPECT_EQ(ZMOSCreateSweepStitcher_SWT(&s, &param, 65, nullptr), ZMOS_ERR_INVALID_PARAM);
 }
 
 }  // namespace
