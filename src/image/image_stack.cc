@@ -17,21 +17,24 @@ extern "C" {
 
 int32_t ZMOSCreateImageStack_SIS(ZMOSIMAGESTACK** phStack, int32_t lCapacity, MHandle hMemMgr) {
   if (phStack != nullptr) *phStack = nullptr;
-  if (lCapacity < 0 || lCapacity > INT32_MAX / 12) return ZMOS_ERR_INVALID_PARAM;
   auto* s = static_cast<ZMOSIMAGESTACK*>(MMemAlloc(hMemMgr, sizeof(ZMOSIMAGESTACK)));
   if (s == nullptr) return ZMOS_ERR_NO_MEMORY;
   MMemSet(s, 0, sizeof(ZMOSIMAGESTACK));
   s->hMemMgr = hMemMgr;
-  s->plValues = static_cast<std::int32_t(*)[3]>(MMemAlloc(hMemMgr, lCapacity * 12));
+  // A negative or oversized capacity asks for a size no allocation can meet.
+  const bool sized = lCapacity >= 0 && lCapacity <= INT32_MAX / 12;
+  s->plValues =
+      sized ? static_cast<std::int32_t(*)[3]>(MMemAlloc(hMemMgr, lCapacity * 12)) : nullptr;
+  // Unreachable records stay in a work buffer (they go with it) but are given back to
+  // the process heap, where they would leak for good.
   if (s->plValues == nullptr) {
-    MMemFree(hMemMgr, s);  // nothing could reach it otherwise
+    if (hMemMgr == nullptr) MMemFree(hMemMgr, s);
     return ZMOS_ERR_NO_MEMORY;
   }
   s->lCapacity = lCapacity;
   if (phStack != nullptr) {
     *phStack = s;
-  } else {
-    // Without an out address the stack cannot be used or released: give it back.
+  } else if (hMemMgr == nullptr) {
     MMemFree(hMemMgr, s->plValues);
     MMemFree(hMemMgr, s);
   }
