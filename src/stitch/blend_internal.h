@@ -112,12 +112,16 @@ bool ValidBlendArguments(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSI
 bool StepRectFits(const ZMOSIMAGE& first, const ZMOSRECT* r1);
 
 // Work memory of one blend: the seam path and the difference map. `Finish` gives both
-// back on every path and releases the blend table on success only.
+// back and releases the blend table on success only; `Abandon` is for the endings that
+// free nothing (failed allocation, unknown format, failed chroma step of a top-to-bottom
+// blend): the blocks stay in a work buffer like the table stays installed, and only the
+// process heap gets them back, where they would leak for good.
 class BlendWork {
  public:
   BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes);
   bool ok() const { return path != nullptr && map != nullptr; }
   std::int32_t Finish(std::int32_t res);
+  std::int32_t Abandon(std::int32_t res);
 
   std::int32_t* path = nullptr;
   std::uint8_t* map = nullptr;

@@ -224,11 +224,7 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if (!ValidBlendArguments(pFirst, pFirstRect, pSecond, pSecondRect)) return ZMOS_ERR_NO_TEXTURE;
   const std::int32_t w_overlap = pFirstRect->lRight - pFirstRect->lLeft;
   if (w_overlap < 1) return ZMOS_OK;
-  // Formats are checked before anything is allocated, so that no failure leaks.
   const std::uint32_t format = pFirst->dwFormat;
-  if (!((format >= 0x801 && format <= 0x803) || (format >= 0x601 && format <= 0x608) ||
-        (format >= 0x501 && format <= 0x504)))
-    return ZMOS_ERR_UNSUPPORTED_FORMAT;
   if (const std::int32_t res = ZMOSCreateBlendTable(w_overlap, hMemMgr); res != 0) return res;
   const std::int64_t h64 = std::int64_t{pFirstRect->lBottom} - pFirstRect->lTop;
   // A single column (no weights) or no rows: nothing to blend.
@@ -238,8 +234,12 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   }
   const auto h = static_cast<std::int32_t>(h64);
   BlendWork work(hMemMgr, h + 1, std::int64_t{w_overlap} * (h + 1));
-  if (!work.ok()) return work.Finish(ZMOS_ERR_NO_MEMORY);
+  if (!work.ok()) return work.Abandon(ZMOS_ERR_NO_MEMORY);
   std::int32_t* path = work.path;
+  // An unknown format is refused with the table built from W still installed.
+  if (!((format >= 0x801 && format <= 0x803) || (format >= 0x601 && format <= 0x608) ||
+        (format >= 0x501 && format <= 0x504)))
+    return work.Abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
 
   if (w_overlap > g_BlendTableWidth + kSeamSearchMargin) {
     ComputeLumaDiffMap(pFirst, pSecond, pFirstRect, &pSecondRect->lLeft, work.map);

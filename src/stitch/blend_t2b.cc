@@ -64,14 +64,15 @@ void BlendColumnAlongSeam(const Column& col, std::int32_t h, std::int32_t seam, 
 // Packed 4:2:2 with luminance in the even bytes, down each pixel column: both bytes of a
 // pixel take the zones and weights of its row; the second image's chroma byte is the
 // one of the same component.
-void BlendPackedColumn(const Column& luma, const Column& chroma, std::int32_t h, std::int32_t seam,
+void BlendPackedColumn(const Column& luma, const Column* chroma, std::int32_t h, std::int32_t seam,
                        std::int32_t band, std::int32_t side) {
   const std::int32_t w = g_BlendTableWidth;
   const std::int32_t* t = g_BlendTable;
   const bool averaged = w > band;
   const std::int32_t n = averaged ? band : w;
   const std::int64_t start = std::int64_t{seam} - (std::int64_t{n} - 1) / 2;
-  for (const Column* col : {&luma, &chroma}) {
+  for (const Column* col : {&luma, chroma}) {
+    if (col == nullptr) continue;
     for (std::int32_t k = 0; k < n; ++k) {
       const std::int64_t r = start + k;
       if (!col->Has(r)) continue;
@@ -202,21 +203,21 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if (h64 < 1 || w < 1) return ZMOS_OK;
   if (h64 >= INT32_MAX / 8) return ZMOS_ERR_NO_TEXTURE;
   const auto h = static_cast<std::int32_t>(h64);
-  // Formats are checked before anything is allocated, so that no failure leaks.
   const std::uint32_t format = pFirst->dwFormat;
   const bool planar = format >= 0x601 && format <= 0x608;
   const bool semi = format >= 0x801 && format <= 0x803;
   const bool packed = format == 0x501 || format == 0x502;
-  if (!planar && !semi && !packed && format != 0x503 && format != 0x504)
-    return ZMOS_ERR_UNSUPPORTED_FORMAT;
   if (const std::int32_t res = ZMOSCreateBlendTable(h, hMemMgr); res != 0) return res;
   if (g_BlendTableWidth < 2) {  // a single row: nothing to blend
     ZMOSReleaseBlendTable();
     return ZMOS_OK;
   }
   BlendWork work(hMemMgr, w + 1, std::int64_t{w} * (h + 1));
-  if (!work.ok()) return work.Finish(ZMOS_ERR_NO_MEMORY);
+  if (!work.ok()) return work.Abandon(ZMOS_ERR_NO_MEMORY);
   std::int32_t* path = work.path;
+  // An unknown format is refused with the table built from H still installed.
+  if (!planar && !semi && !packed && format != 0x503 && format != 0x504)
+    return work.Abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
 
   if (h > g_BlendTableWidth + kSeamSearchMargin) {
     ComputeLumaDiffMap(pFirst, pSecond, pFirstRect, &pSecondRect->lLeft, work.map);
@@ -252,13 +253,14 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
       BlendColumnAlongSeam(luma, h, path[j], band, lSide);
       continue;
     }
-    // The second image's chroma byte of the same component, by the lefts' parities.
+    // The second image's chroma byte of the same component, by the lefts' parities; one
+    // that lies past the second image's row leaves only that chroma byte alone.
     const bool odd1 = r1.lLeft & 1, odd2 = r2.lLeft & 1;
     const std::int64_t off = odd1 == odd2 ? 1 : odd1 ? 3 : -1;
-    if (col2 + off < 0 || col2 + off >= b.row_bytes) continue;
+    const bool chroma_in = col2 + off >= 0 && col2 + off < b.row_bytes;
     const Column chroma{luma.first + 1, luma.second + off, a.pitch, b.pitch,
                         rows.lo,        rows.hi,           &b,      luma.second_offset + off};
-    BlendPackedColumn(luma, chroma, h, path[j], band, lSide);
+    BlendPackedColumn(luma, chroma_in ? &chroma : nullptr, h, path[j], band, lSide);
   }
   std::int32_t res = ZMOS_OK;
   if (planar) {
@@ -266,7 +268,8 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   } else if (semi) {
     res = InterleavedChromaT2B(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr);
   }
-  return work.Finish(res);
+  // A failing chroma step returns its code without freeing anything.
+  return res != 0 ? work.Abandon(res) : work.Finish(res);
 }
 
 }  // extern "C"

@@ -152,6 +152,16 @@ BlendWork::BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_by
   map = static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)));
 }
 
+std::int32_t BlendWork::Abandon(std::int32_t res) {
+  if (mem_ == nullptr) {
+    MMemFree(mem_, path);
+    MMemFree(mem_, map);
+  }
+  path = nullptr;
+  map = nullptr;
+  return res;
+}
+
 std::int32_t BlendWork::Finish(std::int32_t res) {
   MMemFree(mem_, path);
   MMemFree(mem_, map);

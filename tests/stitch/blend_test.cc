@@ -193,8 +193,37 @@ TEST(SeamBlend, PassThroughFormatsAndBadArguments) {
   }
   GuardedImage p5(0x505, 32, 16), q5(0x505, 32, 16);
   const ZMOSRECT r{4, 0, 28, 16};
+  // An unknown format is refused after the table was built from the overlap's extent,
+  // and that table stays installed: the next blend image fades with it.
   EXPECT_EQ(ZMOSBlendImageOdd_AME(p5.get(), &r, q5.get(), &r, 0, nullptr), 3);
+  EXPECT_EQ(g_BlendTableWidth, 24);
   EXPECT_EQ(ZMOSBlendImageOddT2B_AME(p5.get(), &r, q5.get(), &r, 0, nullptr), 3);
+  EXPECT_EQ(g_BlendTableWidth, 16);
+  ASSERT_NE(g_BlendTable, nullptr);
+  {
+    GuardedImage x(ZMOS_FORMAT_NV21, 40, 8, 0, 3), y(ZMOS_FORMAT_NV21, 40, 8, 0, 4);
+    EXPECT_EQ(ZMOSBlendImage_AME(x.get(), ZMOSRECT{0, 0, 40, 8}, y.get(), ZMOSRECT{0, 0, 40, 8}, 0,
+                                 nullptr),
+              0);
+    EXPECT_EQ(g_BlendTableWidth, 16);
+  }
+  ZMOSReleaseBlendTable();
+  // A packed top-to-bottom blend whose second image ends inside a pixel pair: the chroma
+  // byte past its row is skipped, the column's luminance is still blended.
+  {
+    GuardedImage first(0x501, 8, 20, 0, 5), second(0x501, 3, 20, 0, 6);
+    // An odd first left against an even second left takes chroma 3 bytes on: byte 7 of a
+    // 6-byte row.
+    const ZMOSRECT r1{1, 0, 2, 20}, r2{2, 0, 3, 20};
+    const std::uint8_t luma = first.at(0, 2, 19), chroma_before = first.at(0, 3, 19);
+    ASSERT_EQ(ZMOSBlendImageOddT2B_AME(first.get(), &r1, second.get(), &r2, 1, nullptr), 0);
+    // Last row of a 20-row band: weights 1/20 for the first image and 19/20 for the second.
+    const int expected =
+        (65536 * 1 / 20 * luma + 65536 * 19 / 20 * second.at(0, 4, 19) + 32768) >> 16;
+    EXPECT_EQ(first.at(0, 2, 19), expected);
+    EXPECT_EQ(first.at(0, 3, 19), chroma_before);
+    EXPECT_TRUE(first.GuardsIntact());
+  }
 
   GuardedImage a(ZMOS_FORMAT_NV21, 32, 16), b(ZMOS_FORMAT_NV21, 32, 16),
       c(ZMOS_FORMAT_I420, 32, 16);
