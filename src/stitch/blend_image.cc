@@ -16,23 +16,25 @@ void InstallBuiltInTable() {
   g_BlendTableWidth = 10;
 }
 
-bool RectInside(const ZMOSRECT& r, const ZMOSIMAGE& img) {
-  return r.lLeft >= 0 && r.lRight <= img.lWidth && r.lRight >= r.lLeft && r.lTop >= 0 &&
-         r.lBottom <= img.lHeight && r.lBottom >= r.lTop;
+// Horizontal extent of a rectangle against its image: the only argument check of the
+// blend (tops and bottoms are free; rows outside the images are skipped).
+bool ColumnsInside(const ZMOSRECT& r, const ZMOSIMAGE& img) {
+  return r.lLeft >= 0 && r.lRight <= img.lWidth && r.lRight >= r.lLeft;
 }
 
-// One row of samples `step` bytes apart: the kept row k and the incoming row n, w samples.
-// Returns nothing; samples past the row are never touched.
-void BlendRow(std::uint8_t* k, const std::uint8_t* n, std::int32_t w, std::int32_t seam,
-              std::int32_t half, int step, bool chroma_with_copy) {
+// One row of samples `step` bytes apart: the kept row k and the incoming row n, w samples
+// of overlap, of which the first `limit` exist in both images. Samples past `limit` are
+// never touched, not even by the narrow copy, which runs n - 2h samples past w.
+void BlendRow(std::uint8_t* k, const std::uint8_t* n, std::int32_t w, std::int64_t limit,
+              std::int32_t seam, std::int32_t half, int step, int chroma_beside) {
   const std::int32_t nt = g_BlendTableWidth;
   const std::int32_t* t = g_BlendTable;
-  auto at = [&](std::int64_t i) { return i >= 0 && i < w; };
-  auto copy_from = [&](std::int64_t i0, std::int64_t count = INT32_MAX) {
-    const std::int64_t end = std::min<std::int64_t>(w, i0 + count);
+  auto at = [&](std::int64_t i) { return i >= 0 && i < w && i < limit; };
+  auto copy_from = [&](std::int64_t i0, std::int64_t count) {
+    const std::int64_t end = std::min<std::int64_t>(limit, i0 + count);
     for (std::int64_t i = std::max<std::int64_t>(i0, 0); i < end; ++i) {
       k[i * step] = n[i * step];
-      if (chroma_with_copy) k[i * step + 1] = n[i * step + 1];
+      if (chroma_beside != 0) k[i * step + chroma_beside] = n[i * step + chroma_beside];
     }
   };
   if (half > nt / 2) {
@@ -40,11 +42,11 @@ void BlendRow(std::uint8_t* k, const std::uint8_t* n, std::int32_t w, std::int32
     for (std::int32_t j = 0; j < nt; ++j)
       if (at(s0 + j))
         k[(s0 + j) * step] = Rule(t[j], k[(s0 + j) * step], t[nt - 1 - j], n[(s0 + j) * step]);
-    copy_from(std::int64_t{seam} + nt / 2);
+    copy_from(std::int64_t{seam} + nt / 2, std::int64_t{w} - seam - nt / 2);
     return;
   }
-  // Narrow: averages around the seam, then the incoming row after them (cut at the row's
-  // end). Packed rows average only `half` samples.
+  // Narrow: averages around the seam, then the incoming row after them. Packed rows
+  // average only `half` samples.
   const std::int64_t s0 = std::int64_t{seam} - half;
   const std::int32_t averaged = step == 2 ? half : nt;
   for (std::int32_t j = 0; j < averaged; ++j)
@@ -57,10 +59,14 @@ void BlendRow(std::uint8_t* k, const std::uint8_t* n, std::int32_t w, std::int32
 std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incoming,
                    const ZMOSRECT& rn, MHandle mem) {
   InstallBuiltInTable();
-  const std::int32_t w = rk.lRight - rk.lLeft, h = rk.lBottom - rk.lTop;
+  const std::int32_t w = rk.lRight - rk.lLeft;
+  const std::int64_t h64 = std::int64_t{rk.lBottom} - rk.lTop;
+  const auto h = static_cast<std::int32_t>(std::clamp<std::int64_t>(h64, -1, INT32_MAX / 8));
   // The straight seam is written for the kept image's full height: room for both.
   const std::int32_t path_rows = std::max({h, kept.lHeight, 1});
-  auto* path = static_cast<std::int32_t*>(MMemAlloc(mem, path_rows * 4));
+  auto* path = path_rows <= INT32_MAX / 4
+                   ? static_cast<std::int32_t*>(MMemAlloc(mem, path_rows * 4))
+                   : nullptr;
   const std::int64_t map_bytes = std::int64_t{std::max(w, 1)} * std::max(h, 1);
   auto* map = map_bytes <= INT32_MAX
                   ? static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)))
@@ -70,7 +76,10 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
     MMemFree(mem, map);
     return res;
   };
-  if (path == nullptr || map == nullptr) return finish(ZMOS_ERR_NO_MEMORY);
+  // The endings that keep the path and map: in a work buffer they stay, the process heap
+  // gets them back.
+  auto abandon = [&](std::int32_t res) { return mem == nullptr ? finish(res) : res; };
+  if (path == nullptr || map == nullptr) return abandon(ZMOS_ERR_NO_MEMORY);
   if (w < 1 || h < 1) return finish(ZMOS_OK);
   if (w > g_BlendTableWidth + kSeamSearchMargin) {
     ComputeLumaDiffMap(&kept, &incoming, &rk, &rn.lLeft, map);
@@ -93,34 +102,27 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
   const bool packed = f >= 0x501 && f <= 0x504;
   const bool planar = f >= 0x601 && f <= 0x608;
   const bool semi = f >= 0x801 && f <= 0x803;
-  if (!packed && !planar && !semi) return finish(ZMOS_ERR_UNSUPPORTED_FORMAT);
+  if (!packed && !planar && !semi) return abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
 
-  // Planar chroma geometry is checked before anything is written.
-  std::int32_t cw = 0, ch = 0, kw = 0, kh = 0;
-  if (planar) {
-    const std::uint32_t kind = (f - 0x601) % 4;  // 0: 4:2:0, 1: half rows, 2: half columns, 3: full
-    const bool half_cols = kind == 0 || kind == 2;
-    cw = half_cols ? (w + 1) >> 1 : w;
-    ch = kind == 0 ? h / 2 : kind == 1 ? (h + 1) / 2 : h;
-    if (half_cols) {
-      while ((cw << kw) < w) ++kw;
-      if ((cw << kw) != w) return finish(ZMOS_ERR_UNSUPPORTED_FORMAT);
-    }
-    if (ch >= 1) {
-      while ((ch << kh) < h) ++kh;
-      if ((ch << kh) != h) return finish(ZMOS_ERR_UNSUPPORTED_FORMAT);
-    }
-  }
+  // Luminance: rows and samples that exist in both images. Packed rows take the chroma
+  // byte beside each copied luma byte (after it for 0x501/0x502, before it for 0x503/0x504).
   const int luma_offset = f == 0x503 || f == 0x504 ? 1 : 0;
   const int step = packed ? 2 : 1;
+  const int chroma_beside = !packed ? 0 : luma_offset == 0 ? 1 : -1;
+  const PlaneView kl = ViewOf(kept, 0), nl = ViewOf(incoming, 0);
+  // Samples i with bytes i*step + luma_offset and the chroma byte beside it in both rows.
+  auto samples = [&](const PlaneView& v, std::int64_t left) {
+    const std::int64_t bytes = v.row_bytes - left * step;
+    return packed ? bytes / 2 : bytes;
+  };
+  const std::int64_t limit = std::min(samples(kl, rk.lLeft), samples(nl, rn.lLeft));
   const bool blend_luma = !(luma_offset == 1 && w < g_BlendTableWidth);
   for (std::int32_t r = 0; r < h && blend_luma; ++r) {
-    std::uint8_t* k = kept.pPlane[0] + std::int64_t{rk.lTop + r} * kept.lPitch[0] +
-                      std::int64_t{rk.lLeft} * step + luma_offset;
-    const std::uint8_t* n = incoming.pPlane[0] + std::int64_t{rn.lTop + r} * incoming.lPitch[0] +
-                            std::int64_t{rn.lLeft} * step + luma_offset;
-    // Packed rows take the chroma byte beside each copied luma byte.
-    BlendRow(k, n, w, path[r], half, step, packed && luma_offset == 0);
+    const std::int64_t krow = std::int64_t{rk.lTop} + r, nrow = std::int64_t{rn.lTop} + r;
+    if (!kl.HasRow(krow) || !nl.HasRow(nrow)) continue;
+    BlendRow(kl.Row(krow) + std::int64_t{rk.lLeft} * step + luma_offset,
+             nl.Row(nrow) + std::int64_t{rn.lLeft} * step + luma_offset, w, limit, path[r], half,
+             step, chroma_beside);
   }
   if (semi) {
     const bool full_rows = f == 0x803;
@@ -131,8 +133,8 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
     const PlaneView kv = ViewOf(kept, 1), nv = ViewOf(incoming, 1);
     for (std::int32_t r = 0; r < rows; ++r) {
       const std::int32_t s = (full_rows ? path[r] : path[2 * r]) & ~1;
-      const std::int64_t krow = full_rows ? rk.lTop + r : rk.lTop / 2 + r;
-      const std::int64_t nrow = full_rows ? rn.lTop + r : rn.lTop / 2 + r;
+      const std::int64_t krow = full_rows ? std::int64_t{rk.lTop} + r : rk.lTop / 2 + r;
+      const std::int64_t nrow = full_rows ? std::int64_t{rn.lTop} + r : rn.lTop / 2 + r;
       if (!kv.HasRow(krow) || !nv.HasRow(nrow)) continue;
       std::uint8_t* k = kv.Row(krow) + rk.lLeft;
       const std::uint8_t* n = nv.Row(nrow) + rn.lLeft;
@@ -141,7 +143,22 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
       for (std::int64_t i = std::max(s + 2, 0); i < end; ++i) k[i] = n[i];
     }
   }
-  if (planar && ch >= 1) {
+  if (planar) {
+    // The chroma geometry is judged after the luminance was blended.
+    const std::uint32_t kind = (f - 0x601) % 4;  // 0: 4:2:0, 1: half rows, 2: half columns, 3: full
+    const bool half_cols = kind == 0 || kind == 2;
+    const std::int32_t cw = half_cols ? (w + 1) >> 1 : w;
+    const std::int32_t ch = kind == 0 ? h / 2 : kind == 1 ? (h + 1) / 2 : h;
+    std::int32_t kw = 0, kh = 0;
+    if (half_cols) {
+      while ((std::int64_t{cw} << kw) < w) ++kw;
+      if ((std::int64_t{cw} << kw) != w) return abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
+    }
+    if (ch >= 1) {
+      while ((std::int64_t{ch} << kh) < h) ++kh;
+      if ((std::int64_t{ch} << kh) != h) return abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
+    }
+    if (ch < 1) return finish(ZMOS_OK);
     for (std::int32_t i = 0; i < h; ++i) path[i] >>= kw;
     if (kh > 0)
       for (std::int32_t i = 0; i < ch; ++i) path[i] = path[i << kh];
@@ -169,14 +186,11 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
 extern "C" int32_t ZMOSBlendImage_AME(ZMOSIMAGE* pFirst, ZMOSRECT FirstRect, ZMOSIMAGE* pSecond,
                                       ZMOSRECT SecondRect, int32_t lFlag, MHandle hMemMgr) {
   using namespace lumivex::stitch;
+  // Without luminance planes there is nothing to blend or read.
   if (pFirst == nullptr || pSecond == nullptr || pFirst->pPlane[0] == nullptr ||
-      pSecond->pPlane[0] == nullptr || pFirst->dwFormat != pSecond->dwFormat)
+      pSecond->pPlane[0] == nullptr)
     return ZMOS_ERR_NO_TEXTURE;
-  if (!RectInside(FirstRect, *pFirst) || !RectInside(SecondRect, *pSecond))
-    return ZMOS_ERR_NO_TEXTURE;
-  // Regions of one size: the blend reads both over the first rectangle's extent.
-  if (FirstRect.lRight - FirstRect.lLeft != SecondRect.lRight - SecondRect.lLeft ||
-      FirstRect.lBottom - FirstRect.lTop != SecondRect.lBottom - SecondRect.lTop)
+  if (!ColumnsInside(FirstRect, *pFirst) || !ColumnsInside(SecondRect, *pSecond))
     return ZMOS_ERR_NO_TEXTURE;
   if (lFlag == 0) return Blend(*pFirst, FirstRect, *pSecond, SecondRect, hMemMgr);
   const std::int32_t res = Blend(*pSecond, SecondRect, *pFirst, FirstRect, hMemMgr);

@@ -190,8 +190,9 @@ int32_t ZMOSAddImage_DIS(ZMOSDIRECTSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSDIRECTSTITCHER& s = *hStitcher;
   if (s.lDirection < 0 || s.lDirection > 3) return ZMOS_OK;
+  // More frames than the stitcher was made for would write past its rectangle arrays.
   if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr ||
-      s.lCount >= s.lCapacity || lOverlap < 0 || lStripLength < 0)
+      s.lCount >= s.lCapacity)
     return ZMOS_ERR_INVALID_PARAM;
   const Axes axes(s.lDirection);
   if (s.bFirstFrame) return AddFirst(s, axes, *pFrame, lOverlap, lSeam, lStripLength, bLast);
