@@ -240,3 +240,243 @@ TEST(TrackerFallbacks, BadArgumentsLeaveOffsetsAlone) {
 
 }  // namespace
 }  // namespace lumivex::track
+
+namespace lumivex::track {
+namespace {
+
+using test::Rng;
+
+// The frame-to-frame run modelled from its rules over the library's projections and
+// matchers (both pinned on their own): which bands are summed, where and how texture is
+// measured, the thresholds that choose the matcher and the band, and the ties.
+struct FFModel {
+  ZMOSVideoTracker* t;
+  std::int32_t w, h, mode;
+
+  std::vector<std::uint32_t> Project(const ZMOSIMAGE* img, const ZMOSRECT& r, bool hori) const {
+    std::vector<std::uint32_t> p(hori ? w : h, 0);
+    if (hori) {
+      ZMOSHoriProjectSingle_PBM(img, &r, p.data());
+    } else {
+      ZMOSVertProjectSingle_PBM(img, &r, p.data());
+    }
+    return p;
+  }
+  // Mean absolute difference of neighbours over [a, b), divided by the range's length.
+  static std::int32_t Measure(const std::vector<std::uint32_t>& p, std::int32_t a, std::int32_t b) {
+    std::int64_t sum = 0;
+    for (std::int32_t k = a; k + 1 < b; ++k)
+      sum += std::abs(static_cast<std::int64_t>(p[k + 1]) - static_cast<std::int64_t>(p[k]));
+    return static_cast<std::int32_t>(sum / (b - a));
+  }
+  struct Result {
+    std::int32_t dx, dy, status;
+    std::int32_t hori[3], vert[3];
+  };
+  Result Run(const ZMOSIMAGE* prev, const ZMOSIMAGE* cur) const {
+    ZMOSRECT *hr = nullptr, *vr = nullptr;
+    std::int32_t hn = 0, vn = 0, max_x = 0, max_y = 0;
+    ZMOSGetHoriProjRect_PBM(t, &hr, &hn);
+    ZMOSGetVertProjRect_PBM(t, &vr, &vn);
+    ZMOSGetMaxOffet_PBM(t, &max_x, &max_y);
+    const std::int32_t ha = mode == 0 ? w / 4 : 0, hb = mode == 0 ? (3 * w) / 4 : w;
+    Result r{};
+    std::vector<std::uint32_t> ph(w, 0), ch(w, 0);
+    for (int i = 0; i < 3; ++i) {
+      const auto a = Project(prev, hr[i], true), b = Project(cur, hr[i], true);
+      for (std::int32_t k = 0; k < w; ++k) ph[k] += a[k], ch[k] += b[k];
+      r.hori[i] = Measure(b, ha, hb);
+    }
+    std::vector<std::int32_t> sa(std::max(w, h)), sb(std::max(w, h));
+    r.dx = 0;
+    if (r.hori[0] + r.hori[1] + r.hori[2] > 95) {
+      r.status = 0;
+      ZMOSMatch1DBufferAllocated_PBM(ph.data(), ch.data(), w, &r.dx, max_x, sa.data(), sb.data());
+    } else {
+      r.status = 5;
+      ZMOSComputeOffset_Gradient(ph.data(), ch.data(), w, &r.dx, max_x, sa.data(), sb.data());
+    }
+    r.dy = 0;
+    if (mode == 0) {
+      const auto a = Project(prev, vr[1], false), b = Project(cur, vr[1], false);
+      r.vert[1] = Measure(b, 0, h);
+      auto match = r.vert[1] < 33 ? ZMOSComputeOffset_Gradient : ZMOSMatch1DBufferAllocated_PBM;
+      match(a.data(), b.data(), h, &r.dy, max_y, sa.data(), sb.data());
+      return r;
+    }
+    std::vector<std::uint32_t> pv[3], cv[3];
+    for (int j = 0; j < 3; ++j) {
+      pv[j] = Project(prev, vr[j], false);
+      cv[j] = Project(cur, vr[j], false);
+      r.vert[j] = Measure(cv[j], h / 4, (3 * h) / 4);
+    }
+    if (r.vert[1] < 40 && r.vert[0] < 40 && r.vert[2] < 40) {
+      ZMOSComputeOffset_Gradient(pv[1].data(), cv[1].data(), h, &r.dy, max_y, sa.data(), sb.data());
+      return r;
+    }
+    const int band = r.vert[1] >= 40 ? 1 : r.vert[0] > r.vert[2] ? 0 : 2;
+    ZMOSMatch1DBufferAllocated_PBM(pv[band].data(), cv[band].data(), h, &r.dy, max_y, sa.data(),
+                                   sb.data());
+    return r;
+  }
+};
+
+// Frames whose texture is scaled per third (so each band's measure crosses the
+// thresholds), some mirrored so that two bands measure exactly alike.
+Plane8 Scene(std::uint64_t seed, Rng& rng, bool mirrored) {
+  Plane8 p = test::SyntheticTexture(420, 320, seed);
+  // Projections sum many rows, so a few percent of contrast already reads as texture.
+  auto pick = [&] {
+    return rng.Range(0, 3) == 0 ? 0 : rng.Range(0, 3) == 0 ? 100 : rng.Range(0, 6);
+  };
+  int contrast[3] = {pick(), pick(), pick()};
+  if (mirrored) contrast[0] = contrast[1] = 100, contrast[2] = 0;  // textured sides, flat middle
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x) {
+      const int third =
+          std::min(2, (mirrored ? std::min(x, p.width - 1 - x) * 2 : x) * 3 / p.width);
+      const int band = std::min(2, y * 3 / p.height);
+      const int c = contrast[mirrored ? third : (third + band) % 3];
+      const int src = mirrored && x >= p.width / 2 ? p.width - 1 - x : x;
+      std::uint8_t& v = p.pixels[static_cast<std::size_t>(y) * p.width + x];
+      v = static_cast<std::uint8_t>(128 + (p.at(src, y) - 128) * c / 100);
+    }
+  return p;
+}
+
+TEST(TrackerRules, FrameToFrameRunFollowsItsRules) {
+  Rng rng(17);
+  constexpr int kFW = 320, kFH = 240;
+  int direct = 0, gradient = 0, ties = 0;
+  for (int trial = 0; trial < 80; ++trial) {
+    const bool mirrored = trial % 4 == 3;
+    const Plane8 scene = Scene(trial, rng, mirrored);
+    const int mode = trial % 2;
+    const int x0 = mirrored ? 50 : rng.Range(30, 60), y0 = rng.Range(30, 50);
+    const int dx = mirrored ? 0 : rng.Range(-25, 25),
+              dy = mirrored ? rng.Range(-20, 20) : rng.Range(-20, 20);
+    Frame a(scene, x0, y0, kFW, kFH), b(scene, x0 + dx, y0 + dy, kFW, kFH);
+    ZMOSVideoTracker* t = nullptr;
+    ASSERT_EQ(ZMOSCreateVideoTrackerFF_PBM(&t, kFW, kFH, mode, nullptr), 0);
+    const FFModel model{t, kFW, kFH, mode};
+    const FFModel::Result want = model.Run(a.get(), b.get());
+    std::int32_t got[2] = {0, 0};
+    ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, a.get(), got), 0);
+    ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, b.get(), got), 0);
+    SCOPED_TRACE(testing::Message() << "trial " << trial << " mode " << mode);
+    EXPECT_EQ(got[0], want.dx);
+    EXPECT_EQ(got[1], want.dy);
+    EXPECT_EQ(ZMOSGetVideoTrackStatus_PBM(t), want.status);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(BandTexture.cur_hori[i], want.hori[i]) << i;
+    if (mode != 0) {
+      for (int j = 0; j < 3; ++j) EXPECT_EQ(BandTexture.cur_vert[j], want.vert[j]) << j;
+      ties += want.vert[1] < 40 && want.vert[0] == want.vert[2] && want.vert[0] >= 40;
+    } else {
+      EXPECT_EQ(BandTexture.cur_vert[1], want.vert[1]);
+    }
+    (want.status == 0 ? direct : gradient) += 1;
+    ZMOSReleaseVideoTracker_PBM(&t);
+  }
+  EXPECT_GT(direct, 10);
+  EXPECT_GT(gradient, 5);
+  EXPECT_GT(ties, 0);
+}
+
+}  // namespace
+}  // namespace lumivex::track
+
+namespace lumivex::track {
+namespace {
+
+// A grey frame on which the trackers' texture measures can be set exactly.
+struct Canvas {
+  int w, h;
+  std::vector<std::uint8_t> y;
+  Canvas(int w_, int h_) : w(w_), h(h_), y(static_cast<std::size_t>(w_) * h_, 100) {}
+  std::uint8_t& at(int x, int r) { return y[static_cast<std::size_t>(r) * w + x]; }
+  ZMOSIMAGE Image() {
+    ZMOSIMAGE img{};
+    img.dwFormat = ZMOS_FORMAT_GREY;
+    img.lWidth = w;
+    img.lHeight = h;
+    img.pPlane[0] = y.data();
+    img.lPitch[0] = w;
+    return img;
+  }
+};
+
+// The frame-to-frame run's thresholds met exactly, and its tie between two side bands.
+TEST(TrackerRules, FrameToFrameThresholdsAndTiesAtTheirEdges) {
+  constexpr int kW = 320, kH = 240;
+  // Horizontal: isolated +100 pixels in the top band, every other column of the measured
+  // half [80, 240): each adds 200 to the band's sum of differences, divided by 160. 77 of
+  // them measure 96 (the direct matcher), 76 measure 95 (the gradient one, status 5).
+  for (int spikes : {76, 77}) {
+    ZMOSVideoTracker* t = nullptr;
+    ASSERT_EQ(ZMOSCreateVideoTrackerFF_PBM(&t, kW, kH, 0, nullptr), 0);
+    ZMOSRECT* hr = nullptr;
+    std::int32_t hn = 0;
+    ZMOSGetHoriProjRect_PBM(t, &hr, &hn);
+    Canvas a(kW, kH), b(kW, kH);
+    for (int k = 0; k < spikes; ++k) b.at(82 + 2 * k, hr[0].lTop + 3) = 200;
+    ZMOSIMAGE ia = a.Image(), ib = b.Image();
+    std::int32_t off[2] = {0, 0};
+    ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ia, off), 0);
+    ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ib, off), 0);
+    EXPECT_EQ(BandTexture.cur_hori[0] + BandTexture.cur_hori[1] + BandTexture.cur_hori[2],
+              spikes == 77 ? 96 : 95);
+    EXPECT_EQ(ZMOSGetVideoTrackStatus_PBM(t), spikes == 77 ? 0 : 5) << spikes;
+    ZMOSReleaseVideoTracker_PBM(&t);
+  }
+  // Vertical, mode 0: the middle band measured over the full height (divided by 240); 40
+  // spikes measure 33 and take the direct matcher, which finds their 5-row move, 39
+  // measure 32 and take the gradient one, which reads the sparse spikes as flat.
+  for (int spikes : {39, 40}) {
+    ZMOSVideoTracker* t = nullptr;
+    ASSERT_EQ(ZMOSCreateVideoTrackerFF_PBM(&t, kW, kH, 0, nullptr), 0);
+    ZMOSRECT* vr = nullptr;
+    std::int32_t vn = 0;
+    ZMOSGetVertProjRect_PBM(t, &vr, &vn);
+    Canvas a(kW, kH), b(kW, kH);
+    for (int k = 0; k < spikes; ++k) {
+      a.at(vr[1].lLeft, 20 + 5 * k) = 200;
+      b.at(vr[1].lLeft, 20 + 5 * k - 5) = 200;
+    }
+    ZMOSIMAGE ia = a.Image(), ib = b.Image();
+    std::int32_t off[2] = {0, 0};
+    ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ia, off), 0);
+    ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ib, off), 0);
+    EXPECT_EQ(BandTexture.cur_vert[1], spikes == 40 ? 33 : 32);
+    EXPECT_EQ(off[1] == 5, spikes == 40) << "dy " << off[1];
+    ZMOSReleaseVideoTracker_PBM(&t);
+  }
+  // Vertical, mode 1: a flat middle band and two side bands of one measure (a triangle
+  // wave, every row one step from the next) that move differently: the tie goes to the
+  // right band.
+  ZMOSVideoTracker* t = nullptr;
+  ASSERT_EQ(ZMOSCreateVideoTrackerFF_PBM(&t, kW, kH, 1, nullptr), 0);
+  ZMOSSetMaxOffet_PBM(t, 8, 12);
+  ZMOSRECT* vr = nullptr;
+  std::int32_t vn = 0;
+  ZMOSGetVertProjRect_PBM(t, &vr, &vn);
+  auto wave = [](int r) { return static_cast<std::uint8_t>(100 + std::abs((r % 40) - 20)); };
+  Canvas a(kW, kH), b(kW, kH);
+  for (int r = 0; r < kH; ++r)
+    for (int side : {0, 2})
+      for (int x = vr[side].lLeft; x < vr[side].lRight; ++x) {
+        a.at(x, r) = wave(r + 100);
+        b.at(x, r) = wave(r + 100 + (side == 0 ? 3 : 7));
+      }
+  ZMOSIMAGE ia = a.Image(), ib = b.Image();
+  std::int32_t off[2] = {0, 0};
+  ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ia, off), 0);
+  ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ib, off), 0);
+  ASSERT_EQ(BandTexture.cur_vert[0], BandTexture.cur_vert[2]);
+  ASSERT_GE(BandTexture.cur_vert[0], 40);
+  ASSERT_LT(BandTexture.cur_vert[1], 40);
+  EXPECT_EQ(off[1], 7);
+  ZMOSReleaseVideoTracker_PBM(&t);
+}
+
+}  // namespace
+}  // namespace lumivex::track
