@@ -480,3 +480,69 @@ TEST(TrackerRules, FrameToFrameThresholdsAndTiesAtTheirEdges) {
 
 }  // namespace
 }  // namespace lumivex::track
+
+namespace lumivex::track {
+namespace {
+
+// The reference tracker's swap, enumerated over band measures around its thresholds: the
+// sweep-axis rectangle moves to the best-textured band exactly when the rules say so.
+TEST(TrackerRules, ReferenceSwapPlacesTheBandByItsRules) {
+  constexpr int kW = 320, kH = 240;
+  const int values[] = {0, 29, 30, 31, 45};
+  Canvas canvas(kW, kH);
+  ZMOSIMAGE img = canvas.Image();
+  int moved = 0;
+  for (int mode = 0; mode < 2; ++mode) {
+    for (int code = 0; code < 5 * 5 * 5 * 5 * 5 * 5; ++code) {
+      int m[6], c = code;
+      for (int& v : m) v = values[c % 5], c /= 5;
+      ZMOSVideoTracker* t = nullptr;
+      ASSERT_EQ(ZMOSCreateVideoTrackerRF_PBM(&t, kW, kH, mode, nullptr), 0);
+      std::int32_t off[2] = {0, 0};
+      ASSERT_EQ(ZMOSVideoTrackerRunRF_PBM(t, &img, off, off), 0);  // first frame
+      std::int32_t* prev = mode == 0 ? BandTexture.prev_hori : BandTexture.prev_vert;
+      std::int32_t* cur = mode == 0 ? BandTexture.cur_hori : BandTexture.cur_vert;
+      std::copy(m, m + 3, prev);
+      std::copy(m + 3, m + 6, cur);
+      ZMOSRECT* rects = nullptr;
+      std::int32_t n = 0;
+      if (mode == 0) {
+        ZMOSGetHoriProjRect_PBM(t, &rects, &n);
+      } else {
+        ZMOSGetVertProjRect_PBM(t, &rects, &n);
+      }
+      const ZMOSRECT before = rects[0];
+      ASSERT_EQ(ZMOSVideoTrackerSwapRF_PBM(t, &img), 0);
+      // Model: the middle band from 31, else the far band when it beats the near one
+      // (a tie stays near); the current choice is left alone when the middle is below 31
+      // but not exactly 30 and neither side exceeds 29.
+      auto choice = [](const int* v) { return v[1] >= 31 ? 1 : v[2] > v[0] ? 2 : 0; };
+      const int* p = m;
+      const int* q = m + 3;
+      const bool leave = q[1] < 31 && q[1] != 30 && q[0] <= 29 && q[2] <= 29;
+      ZMOSRECT want = before;
+      if (!leave && choice(p) != choice(q)) {
+        const int k = choice(q);
+        if (mode == 0) {
+          const int y0 = k == 0 ? kH / 6 : k == 1 ? kH / 2 : (5 * kH) / 6, half = (kH / 3) / 2;
+          const int qw = static_cast<int>(kW * 0.7) / 2;
+          want = {std::max(kW / 2 - qw, 0) & ~3, std::max(y0 - half, 0),
+                  std::min(kW / 2 + qw, kW) & ~3, std::min(y0 + half, kH)};
+        } else {
+          const int x0 = k == 0 ? kW / 4 : k == 1 ? kW / 2 : (3 * kW) / 4, half = (kW / 5) / 2;
+          want = {std::max(x0 - half, 0) & ~3, 0, std::min(x0 + half, kW) & ~3, (kH / 2) * 2};
+        }
+      }
+      ASSERT_EQ(rects[0].lLeft, want.lLeft) << "mode " << mode << " code " << code;
+      ASSERT_EQ(rects[0].lTop, want.lTop) << "mode " << mode << " code " << code;
+      ASSERT_EQ(rects[0].lRight, want.lRight) << "mode " << mode << " code " << code;
+      ASSERT_EQ(rects[0].lBottom, want.lBottom) << "mode " << mode << " code " << code;
+      moved += rects[0].lTop != before.lTop || rects[0].lLeft != before.lLeft;
+      ZMOSReleaseVideoTracker_PBM(&t);
+    }
+  }
+  EXPECT_GT(moved, 1000);
+}
+
+}  // namespace
+}  // namespace lumivex::track
