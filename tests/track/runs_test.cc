@@ -546,3 +546,158 @@ TEST(TrackerRules, ReferenceSwapPlacesTheBandByItsRules) {
 
 }  // namespace
 }  // namespace lumivex::track
+
+namespace lumivex::track {
+namespace {
+
+// The reference run modelled from its rules over the library's projections and matchers:
+// the search narrowed by the last report, the refinement window, the compensation of the
+// cross-axis projection from 11 pixels of motion on, the even rounding of a vertical
+// offset, and every fallback to the prediction.
+struct RFModel {
+  ZMOSVideoTracker* t;
+  std::int32_t w, h, mode;
+
+  std::vector<std::uint32_t> Project(const ZMOSIMAGE* img, ZMOSRECT r, bool hori) const {
+    std::vector<std::uint32_t> p(hori ? w : h, 0);
+    if (r.lRight > r.lLeft && r.lBottom > r.lTop) {
+      if (hori) {
+        ZMOSHoriProjectSingle_PBM(img, &r, p.data());
+      } else {
+        ZMOSVertProjectSingle_PBM(img, &r, p.data());
+      }
+    }
+    return p;
+  }
+  // cur + entering - leaving when the rectangle moved by `shift` across its long side.
+  std::vector<std::uint32_t> Moved(const ZMOSIMAGE* img, const ZMOSRECT& r, std::int32_t shift,
+                                   bool columns, std::vector<std::uint32_t> cur) const {
+    if (shift >= -10 && shift <= 10) return cur;
+    const std::int32_t lo = columns ? r.lLeft : r.lTop, hi = columns ? r.lRight : r.lBottom;
+    const std::int32_t limit = columns ? w : h;
+    auto strip = [&](std::int32_t a, std::int32_t b) {
+      return columns ? ZMOSRECT{a, r.lTop, b, r.lBottom} : ZMOSRECT{r.lLeft, a, r.lRight, b};
+    };
+    std::vector<std::uint32_t> third, fourth;
+    if (shift > 10) {
+      third = Project(img, strip(std::max(lo - shift, 0), lo), !columns);
+      fourth = Project(img, strip(std::max(hi - shift, 0), hi), !columns);
+    } else {
+      fourth = Project(img, strip(lo, std::min(lo - shift, limit)), !columns);
+      third = Project(img, strip(hi, std::min(hi - shift, limit)), !columns);
+    }
+    for (std::size_t k = 0; k < cur.size(); ++k) cur[k] = cur[k] + third[k] - fourth[k];
+    return cur;
+  }
+  void Run(const ZMOSIMAGE* a, const ZMOSIMAGE* b, std::int32_t* off, std::int32_t last_dx) const {
+    ZMOSRECT *hr = nullptr, *vr = nullptr;
+    std::int32_t hn = 0, vn = 0, max_x = 0, max_y = 0;
+    ZMOSGetHoriProjRect_PBM(t, &hr, &hn);
+    ZMOSGetVertProjRect_PBM(t, &vr, &vn);
+    ZMOSGetMaxOffet_PBM(t, &max_x, &max_y);
+    const std::int32_t pdx = off[0], pdy = off[1];
+    auto direct = [](const std::vector<std::uint32_t>& p, const std::uint32_t* c, std::int32_t len,
+                     std::int32_t* o, std::int32_t range) {
+      return ZMOSMatch1DBufferAllocated_PBM(p.data(), c, len, o, range, nullptr, nullptr);
+    };
+    if (mode == 0) {
+      const ZMOSRECT& r = hr[0];
+      const std::int32_t rw = r.lRight - r.lLeft;
+      const auto prev = Project(a, r, true), cur = Project(b, r, true);
+      std::int32_t dx = pdx;
+      bool done = false;
+      if (BandTexture.cur_hori[0] + BandTexture.cur_hori[1] + BandTexture.cur_hori[2] > 96) {
+        const std::int32_t speed = std::abs(last_dx);
+        const std::int32_t range = speed > 90 ? 10 : speed > 80 ? 20 : speed > 60 ? 30 : max_x;
+        dx = last_dx;
+        if (direct(prev, cur.data(), rw, &dx, range) != 0) dx = pdx, done = true;
+      }
+      if (!done) {
+        const std::int32_t s = rw / 2 - rw / 8;
+        std::int32_t fine = 0;
+        if (s - dx >= 0 && s - dx + rw / 4 <= w) {
+          const std::vector<std::uint32_t> shifted(prev.begin() + s, prev.end());
+          direct(shifted, cur.data() + (s - dx), rw / 4, &fine, 8);
+        }
+        dx += fine;
+      }
+      const ZMOSRECT& v = vr[0];
+      const auto vprev = Project(a, v, false);
+      const auto signal = Moved(b, v, dx, true, Project(b, v, false));
+      std::int32_t dy = 0;
+      off[0] = dx;
+      off[1] = direct(vprev, signal.data(), v.lBottom - v.lTop, &dy, max_y) == 0 ? dy : pdy;
+      return;
+    }
+    const ZMOSRECT& v = vr[0];
+    const bool flat = BandTexture.cur_vert[0] < 40 && BandTexture.cur_vert[1] < 40 &&
+                      BandTexture.cur_vert[2] < 40;
+    std::int32_t dy = 0;
+    if (flat || direct(Project(a, v, false), Project(b, v, false).data(), v.lBottom - v.lTop, &dy,
+                       max_y) != 0)
+      dy = pdy;
+    const std::int32_t result_dy = dy;
+    if (dy > 10 || dy < -10) dy &= ~1;
+    const ZMOSRECT& r = hr[0];
+    const auto signal = Moved(b, r, dy, false, Project(b, r, true));
+    std::int32_t dx = pdx;
+    if (direct(Project(a, r, true), signal.data(), r.lRight - r.lLeft, &dx, max_x) != 0) dx = pdx;
+    off[0] = dx;
+    off[1] = result_dy;
+  }
+};
+
+TEST(TrackerRules, ReferenceRunFollowsItsRules) {
+  constexpr int kW = 320, kH = 240;
+  const Plane8 scene = test::SyntheticTexture(700, 600, 23);
+  Rng rng(29);
+  int compensated = 0, fallbacks = 0;
+  for (int trial = 0; trial < 600; ++trial) {
+    const int mode = trial % 2;
+    // Last reports on the narrowing thresholds, true offsets just inside and outside the
+    // narrowed range, and motion of exactly 10 or 11 pixels (compensated from 11 on).
+    static constexpr int kLast[] = {60, 61, 80, 81, 90, 91};
+    const int sign = rng.Range(0, 1) ? 1 : -1;
+    const int edge = sign * kLast[rng.Range(0, 5)];
+    const int kind = rng.Range(0, 3);
+    int dx = kind == 0 ? edge - sign * rng.Range(8, 40) : rng.Range(-40, 40);
+    int dy = rng.Range(-30, 30);
+    if (kind == 1) (mode == 0 ? dx : dy) = sign * rng.Range(10, 11);
+    dx = std::clamp(dx, -80, 80);
+    Frame a(scene, 150, 150, kW, kH), b(scene, 150 + dx, 150 + dy, kW, kH);
+    ZMOSVideoTracker* t = nullptr;
+    ASSERT_EQ(ZMOSCreateVideoTrackerRF_PBM(&t, kW, kH, mode, nullptr), 0);
+    if (mode == 0) {
+      ZMOSSetMaxOffet_PBM(t, 80, 46);
+    } else {
+      ZMOSSetMaxOffet_PBM(t, 46, 60);
+    }
+    std::int32_t got[2] = {0, 0};
+    ASSERT_EQ(ZMOSVideoTrackerRunRF_PBM(t, a.get(), got, got), 0);
+    // Texture as the frame-to-frame tracker would have measured it: sometimes flat.
+    const int texture = rng.Range(0, 3) == 0 ? 10 : 60;
+    std::fill(BandTexture.cur_hori, BandTexture.cur_hori + 3, texture);
+    std::fill(BandTexture.cur_vert, BandTexture.cur_vert + 3, texture);
+    const std::int32_t last_dx = kind == 0 ? edge : dx + rng.Range(-3, 3);
+    std::int32_t predicted[2] = {dx + rng.Range(-20, 20), dy + rng.Range(-20, 20)};
+    std::int32_t want[2] = {predicted[0], predicted[1]};
+    const RFModel model{t, kW, kH, mode};
+    model.Run(a.get(), b.get(), want, last_dx);
+    got[0] = predicted[0];
+    got[1] = predicted[1];
+    const std::int32_t last[2] = {last_dx, 0};
+    ASSERT_EQ(ZMOSVideoTrackerRunRF_PBM(t, b.get(), got, last), 0);
+    EXPECT_EQ(got[0], want[0]) << "trial " << trial << " mode " << mode << " dx " << dx << " dy "
+                               << dy << " last " << last_dx << " texture " << texture;
+    EXPECT_EQ(got[1], want[1]) << "trial " << trial << " mode " << mode << " dx " << dx << " dy "
+                               << dy << " last " << last_dx << " texture " << texture;
+    compensated += std::abs(mode == 0 ? want[0] : want[1]) > 10;
+    fallbacks += want[0] == predicted[0] || want[1] == predicted[1];
+    ZMOSReleaseVideoTracker_PBM(&t);
+  }
+  EXPECT_GT(compensated, 60);
+  EXPECT_GT(fallbacks, 10);
+}
+
+}  // namespace
+}  // namespace lumivex::track
