@@ -61,41 +61,6 @@ TEST(Match, DirectSearchFindsEveryShiftInRange) {
   }
 }
 
-TEST(Match, DirectSearchRulesAndGates) {
-  const auto s = Signal(100, 2);
-  std::int32_t off = 0;
-  // n = 100 = 2 x 50 is accepted; the overlap less one is empty, so every candidate ties
-  // at 0 and the first, +50, wins.
-  EXPECT_EQ(ZMOSMatch1DBufferAllocated_PBM(s.data(), s.data(), 100, &off, 50, nullptr, nullptr), 0);
-  EXPECT_EQ(off, 50);
-  off = 1;
-  EXPECT_EQ(ZMOSMatch1DBufferAllocated_PBM(s.data(), s.data(), 100, &off, 50, nullptr, nullptr), 5);
-  EXPECT_EQ(off, 1);
-  // Flat: mean adjacent difference below 30.
-  const std::vector<std::uint32_t> flat(200, 5000);
-  off = 4;
-  EXPECT_EQ(
-      ZMOSMatch1DBufferAllocated_PBM(flat.data(), flat.data(), 200, &off, 10, nullptr, nullptr), 5);
-  EXPECT_EQ(off, 4);
-  // A periodic signal ties at every period: the largest tying offset wins.
-  std::vector<std::uint32_t> periodic(200);
-  for (int i = 0; i < 200; ++i) periodic[i] = (i % 8) * 1000;
-  off = 0;
-  EXPECT_EQ(ZMOSMatch1DBufferAllocated_PBM(periodic.data(), periodic.data(), 200, &off, 20, nullptr,
-                                           nullptr),
-            0);
-  EXPECT_EQ(off, 16);
-  // The prior is added to the best shift: prior 3, best -2 gives 1.
-  const auto base = Signal(800, 3);
-  const auto prev = Shifted(base, 0, 300), cur = Shifted(base, 1, 300);
-  off = 3;
-  EXPECT_EQ(
-      ZMOSMatch1DBufferAllocated_PBM(prev.data(), cur.data(), 300, &off, 10, nullptr, nullptr), 0);
-  EXPECT_EQ(off, 1);
-  EXPECT_EQ(ZMOSMatch1DBufferAllocated_PBM(nullptr, cur.data(), 300, &off, 10, nullptr, nullptr),
-            2);
-}
-
 // Both matchers modelled from their rules and compared with the library on random
 // signals, lengths, priors and ranges: textured and flat, shifted copies and small
 // alphabets (ties), so every gate, tie rule and rounding shows.

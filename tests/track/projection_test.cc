@@ -152,8 +152,9 @@ TEST(Projection, BlockedColumnSumsAreBitExact) {
   }
 }
 
-// Lane-packed row sums written out step by step: lead bytes to a 4-byte boundary,
-// 16-byte groups (folded alone from 256 aligned bytes on), words, tail bytes.
+// Row sums as the rule states them: bytes up to a 4-byte boundary singly, then 16-byte
+// groups and words into two 16-bit lanes (the groups folded on their own from 256 aligned
+// bytes on), the last bytes singly.
 std::uint32_t LaneModel(const std::uint8_t* p, int n) {
   int lead = static_cast<int>((4 - reinterpret_cast<std::uintptr_t>(p) % 4) % 4);
   if (lead > n) lead = n;
@@ -190,15 +191,21 @@ TEST(Projection, RowSumsWrapInSixteenBitLanesOnWideRows) {
   EXPECT_EQ(rows[0], 127500u);
 
   if (NativeByteOrder() != ByteOrder::kLittle) return;
+  // Through the public projection: random widths, lefts and pitches, bright enough that
+  // the lanes wrap on the wider rows.
   Rng rng(9);
   for (int trial = 0; trial < 200; ++trial) {
-    const int n = rng.Range(8, 2000), misalign = rng.Range(0, 3);
-    std::vector<std::uint8_t> row(n + 8);
+    const int n = rng.Range(8, 2000), left = rng.Range(0, 9), pitch = left + n + rng.Range(0, 5);
+    std::vector<std::uint8_t> plane(static_cast<std::size_t>(pitch) * 8 + 4);
     const int level = rng.Range(0, 255);
-    for (auto& b : row) b = static_cast<std::uint8_t>(std::min(255, level + rng.Range(0, 40)));
-    const std::uint8_t* p =
-        row.data() + (4 - reinterpret_cast<std::uintptr_t>(row.data()) % 4) % 4 + misalign;
-    ASSERT_EQ(RowSumLanes(p, n), LaneModel(p, n)) << "n " << n << " misalign " << misalign;
+    for (auto& b : plane) b = static_cast<std::uint8_t>(std::min(255, level + rng.Range(0, 40)));
+    const ZMOSIMAGE img{ZMOS_FORMAT_GREY, left + n, 8, {plane.data() + rng.Range(0, 3)}, {pitch}};
+    const ZMOSRECT r{left, 0, left + n, 8};
+    std::vector<std::uint32_t> sums(8);
+    ASSERT_EQ(ZMOSVertProjectSingle_PBM(&img, &r, sums.data()), 0);
+    for (int y = 0; y < 8; ++y)
+      ASSERT_EQ(sums[y], LaneModel(img.pPlane[0] + y * pitch + left, n))
+          << "n " << n << " left " << left << " row " << y;
   }
 }
 
