@@ -157,3 +157,85 @@ TEST(SweepStitcher, BandCountsAreCheckedWhereTheyAreUsed) {
 }
 
 }  // namespace
+
+namespace {
+
+// What a capture reports per frame: the angle from the travel kept so far, the offset in
+// tracking-image pixels with y negated, and the finish flag exchanged with the host.
+TEST(SelectionReports, AngleOffsetAndFinishFollowTheirRules) {
+  const lumivex::test::Plane8* scene = lumivex::test::Photo();
+  if (scene == nullptr) GTEST_SKIP() << "no test photograph";
+  constexpr int kW = 640, kH = 480;
+  for (int direction : {0, 1}) {
+    SCOPED_TRACE(testing::Message() << "direction " << direction);
+    std::vector<std::uint8_t> work(16 << 20);
+    ZMOSSWEEPSTITCHER* engine = nullptr;
+    ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, kW, kH, kW / 2,
+                        kH / 2};
+    ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
+    const int sign = direction == 0 ? 1 : -1;
+    std::int32_t kept = 0, angle = 0, checked = 0, first_k = -1, first_offset = 0;
+    for (int k = 0; k < 200 && angle < 180; ++k) {
+      // Steady along the sweep, 2 rows down a frame (y grows downwards on the photograph).
+      const int x = 1500 + sign * 14 * k, y = 1300 + 2 * (k / 8);
+      lumivex::test::Frame frame(*scene, x, y, kW, kH);
+      // The tracking image: every second pixel of the frame, as a host's small preview.
+      lumivex::test::Frame track(*scene, 0, 0, kW / 2, kH / 2);
+      for (int r = 0; r < kH / 2; ++r)
+        for (int c = 0; c < kW / 2; ++c)
+          track.get()->pPlane[0][r * track.get()->lPitch[0] + c] =
+              frame.get()->pPlane[0][2 * r * frame.get()->lPitch[0] + 2 * c];
+      std::int32_t offset[2], flags[4];
+      const std::int32_t before = kept;
+      ASSERT_EQ(ZMOS_SelectFrames(engine, frame.get(), track.get(), offset, &kept, flags, &angle),
+                0);
+      if (kept == before || kept < 2) continue;
+      // Offsets count from the frame the direction was found on, in tracking pixels (half
+      // the frame's), with y negated: the frames moved down.
+      if (first_k < 0) first_k = k, first_offset = offset[0];
+      EXPECT_NEAR(offset[0] - first_offset, sign * 7 * (k - first_k), 2) << k;
+      EXPECT_LE(offset[1], 0) << k;
+      // Angle = 180 x travel / (canvas - frame), rounded half up, or 180 once finished.
+      const std::int32_t travel = sign * offset[0] * 2;
+      const std::int32_t want = std::min(180, static_cast<std::int32_t>(180 * travel / 1280 + 0.5));
+      EXPECT_NEAR(angle, want, 1) << k;
+      ++checked;
+    }
+    EXPECT_EQ(angle, 180);
+    EXPECT_GT(checked, 20);
+    ZMOS_UnInit(&engine);
+  }
+}
+
+// The host can end a sweep through the finish flag; until then a zero flag reads the
+// engine's.
+TEST(SelectionReports, FinishFlagIsExchangedWithTheHost) {
+  const lumivex::test::Plane8* scene = lumivex::test::Photo();
+  if (scene == nullptr) GTEST_SKIP() << "no test photograph";
+  constexpr int kW = 320, kH = 240;
+  std::vector<std::uint8_t> work(8 << 20);
+  const ZMOSSWTPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 0, 0};
+  ZMOSSWEEPSTITCHER* s = nullptr;
+  ASSERT_EQ(ZMOSCreateSweepStitcher_SWT(&s, &param, 1, nullptr), 0);
+  std::int32_t finish = 0, status = 0, offset[2];
+  int kept = 0;
+  for (int k = 0; k < 30; ++k) {
+    lumivex::test::Frame frame(*scene, 1500 + 8 * k, 1300, kW, kH);
+    finish = k == 20 ? 1 : 0;
+    ASSERT_EQ(ZMOSSelectFrame_SWT(s, frame.get(), frame.get(), offset, &status, &finish), 0);
+    if (k < 20) EXPECT_EQ(finish, 0) << k;
+    if (k > 20) {
+      // A finished sweep goes straight to the tail: nothing kept, the flag not exchanged.
+      EXPECT_EQ(finish, 0) << k;
+      EXPECT_EQ(status, ZMOS_SELECT_NONE) << k;
+    }
+    kept += status == ZMOS_SELECT_KEEP;
+  }
+  EXPECT_GT(kept, 5);
+  std::int32_t angle = 0;
+  ZMOSCalculateAngle_SWT(s, &angle);
+  EXPECT_EQ(angle, 180);
+  ZMOSReleaseSweepStitcher_SWT(&s);
+}
+
+}  // namespace
