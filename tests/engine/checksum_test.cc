@@ -1,5 +1,6 @@
 // Deterministic end-to-end sweeps whose panoramas are pinned by checksum: any change to
-// what the default (exact) engine produces shows up here and has to be explained.
+// what the default (exact) engine produces shows up here and has to be explained. The
+// same sweeps check the preview's drawn rectangle against its rules.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -67,7 +68,8 @@ Plane8 Transposed(const Plane8& p) {
   return t;
 }
 
-// Runs a steady sweep (12 px a frame) and returns the panorama's checksum.
+// Runs a steady sweep, checking the preview's drawn area after every kept strip, and
+// returns the panorama's checksum.
 std::uint64_t RunSweep(const ColourPlanes& scene, const Sweep& s, ZMOSIMAGE* result_out,
                        std::vector<std::uint8_t>* work) {
   const std::int64_t side = std::max(s.width, s.height);
@@ -83,7 +85,7 @@ std::uint64_t RunSweep(const ColourPlanes& scene, const Sweep& s, ZMOSIMAGE* res
   const int travel = 3 * s.width - (horizontal ? s.width : s.height);
   const int along0 = sign > 0 ? 40 : 40 + travel + 100;
   const int cross0 = s.scene == 2 ? 1300 : 560;  // through the land below the horizon
-  std::int32_t kept = 0, angle = 0, rect[4];
+  std::int32_t kept = 0, angle = 0, strips = 0;
   ZMOSIMAGE ui{};
   ui.dwFormat = ZMOS_FORMAT_NV21;
   for (int k = 0; k < 600 && angle < 180; ++k) {
@@ -94,7 +96,43 @@ std::uint64_t RunSweep(const ColourPlanes& scene, const Sweep& s, ZMOSIMAGE* res
     const std::int32_t res =
         ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
     if (res != 0) break;  // the table pins where a sweep ends, too
-    if (s.format == ZMOS_FORMAT_NV21) ZMOS_UpdateUIImage(engine, frame.get(), &ui, 6, rect);
+    if (s.format != ZMOS_FORMAT_NV21) continue;
+    std::int32_t drawn[4] = {-1, -1, -1, -1};
+    EXPECT_EQ(ZMOS_UpdateUIImage(engine, frame.get(), &ui, 6, drawn), 0);
+    if (drawn[0] < 0) continue;  // nothing new was kept: nothing drawn
+    ++strips;
+    // The drawn area after this strip, from the preview rules: the first strip fills the
+    // starting edge up to the cut, later ones reach the canvas position M + SS (in preview
+    // pixels), the last one the far edge. M comes from the reported travel, in frame pixels.
+    const std::int32_t travel = horizontal ? offset[0] : -offset[1];
+    const std::int32_t m = sign * travel;
+    const std::int32_t ss = horizontal ? s.width / 2 : (s.height / 2) & ~1;
+    const std::int32_t e = (m + ss) / 6;
+    auto even = [](std::int32_t v) { return v / 2 * 2; };
+    const std::int32_t pw = even((horizontal ? 3 * s.width : s.width) / 6);
+    const std::int32_t ph = even((horizontal ? s.height : 3 * s.width) / 6);
+    const bool first = strips == 1, last = angle >= 180;
+    std::int32_t want[4] = {0, 0, pw, ph};
+    switch (s.direction) {
+      case 0:
+        want[2] = first ? even(ss / 6) : last ? pw : even(e);
+        break;
+      case 1:
+        want[0] = first ? even(pw + 1 - ss / 6) : last ? 0 : even(pw + 1 - e);
+        break;
+      case 2:
+        want[3] = first ? even(ss / 6) : last ? even(ph + 1) : even(e);
+        break;
+      default:
+        want[1] = first ? even(ph + 1 - ss / 6) : last ? 0 : even(ph + 1 - e);
+        break;
+    }
+    if (!std::equal(drawn, drawn + 4, want)) {
+      ADD_FAILURE() << "strip " << strips << ": drawn " << drawn[0] << "," << drawn[1] << ","
+                    << drawn[2] << "," << drawn[3] << " expected " << want[0] << "," << want[1]
+                    << "," << want[2] << "," << want[3];
+      break;
+    }
   }
   ZMOSIMAGE result{};
   EXPECT_EQ(ZMOS_Stitch(engine, &result, nullptr), 0);
