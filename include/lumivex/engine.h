@@ -65,6 +65,17 @@ LUMIVEX_API int32_t ZMOS_Stitch(ZMOSSWEEPSTITCHER* hEngine, ZMOSIMAGE* pResult,
                                 ZMOSPROGRESSCALLBACK pfnProgress);
 LUMIVEX_API int32_t ZMOS_UnInit(ZMOSSWEEPSTITCHER** phEngine);
 
+/* Profiles. EXACT (the default) keeps every decision of the engine as specified, bit for
+ * bit. QUALITY corrects the ones that spoil real panoramas: small steps read as cross
+ * travel by the reference tracker, direction detection giving up on a sky that only the
+ * horizontal bands see, and chroma crossed at seams when half the frame width is odd.
+ * The profile belongs to one engine: other engines and the functions below called
+ * directly stay exact. */
+enum { ZMOS_PROFILE_EXACT = 0, ZMOS_PROFILE_QUALITY = 1 };
+/* Valid after ZMOS_Init and before the first ZMOS_SelectFrames; 2 otherwise, or for an
+ * unknown profile. */
+LUMIVEX_API int32_t ZMOS_SetProfile(ZMOSSWEEPSTITCHER* hEngine, int32_t lProfile);
+
 /* The sweep stitcher underneath, for hosts that drive it directly. */
 typedef struct ZMOSSWTPARAM {
   void* pWorkBuffer;

@@ -2,6 +2,7 @@
 // selection statuses into result codes and of the direction into four flags.
 #include <cstring>
 
+#include "src/engine/profile.h"
 #include "src/engine/sweep_stitcher.h"
 
 namespace {
@@ -97,6 +98,17 @@ int32_t ZMOS_Stitch(ZMOSSWEEPSTITCHER* hEngine, ZMOSIMAGE* pResult, ZMOSPROGRESS
 int32_t ZMOS_UnInit(ZMOSSWEEPSTITCHER** phEngine) {
   ZMOSReleaseSweepStitcher_SWT(phEngine);
   return ZMOS_OK;
+}
+
+int32_t ZMOS_SetProfile(ZMOSSWEEPSTITCHER* hEngine, int32_t lProfile) {
+  // Only before the first frame: a capture never changes its rules midway.
+  if (hEngine == nullptr || !hEngine->bActive || hEngine->bFirstFrameCopied)
+    return ZMOS_ERR_INVALID_PARAM;
+  if (lProfile != ZMOS_PROFILE_EXACT && lProfile != ZMOS_PROFILE_QUALITY)
+    return ZMOS_ERR_INVALID_PARAM;
+  return lumivex::engine::SetQuality(hEngine, lProfile == ZMOS_PROFILE_QUALITY)
+             ? ZMOS_OK
+             : ZMOS_ERR_NO_MEMORY;
 }
 
 }  // extern "C"

@@ -5,8 +5,12 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "src/engine/profile.h"
 #include "src/engine/sweep_stitcher.h"
 #include "src/platform/wrap.h"
+#include "src/select/frame_selector.h"
+#include "src/stitch/direct_stitcher.h"
+#include "src/track/tracker.h"
 
 namespace lumivex::engine {
 namespace {
@@ -20,6 +24,16 @@ void Derive(ZMOSSWEEPSTITCHER& s, std::int32_t w) {
   s.lStep = w * 14 / 1280;
   s.lStripWidth = (w * 120 / 1280) & ~1;
   s.bDerived = 1;
+}
+
+// Whether detection gives up for lack of texture. The tracker's status speaks for its
+// horizontal bands only; the quality profile also asks the vertical band that would
+// measure an upward or downward sweep (flat below the measure that picks the direct
+// matcher), so a start on sky with texture below it is not given up.
+bool TooFlatToDetect(const ZMOSSWEEPSTITCHER& s) {
+  const bool horizontal_flat = ZMOSGetVideoTrackStatus_PBM(s.hTracker) == ZMOS_ERR_NO_TEXTURE;
+  if (!PolicyOf(&s).detect_on_either_axis) return horizontal_flat;
+  return horizontal_flat && lumivex::track::BandTexture.cur_vert[1] < 33;
 }
 
 // Runs while the direction is unknown; the detection tracker is never swapped, so each
@@ -51,8 +65,7 @@ std::int32_t DetectDirection(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const
   } else if (sy < -t) {
     s.lDirection = 3;
   } else {
-    return ZMOSGetVideoTrackStatus_PBM(s.hTracker) == ZMOS_ERR_NO_TEXTURE ? ZMOS_ERR_NO_TEXTURE
-                                                                          : ZMOS_OK;
+    return TooFlatToDetect(s) ? ZMOS_ERR_NO_TEXTURE : ZMOS_OK;
   }
   return ZMOS_OK;
 }
@@ -117,8 +130,9 @@ std::int32_t SetUp(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame) {
                                               s.lDirection, s.lMaxKeptFrames, s.hMemMgr);
         res != 0)
       return res;
-    if (const std::int32_t res = ZMOSAddImage_DIS(s.phDIS[i], &frame, none, s.lStripStart,
-                                                  s.plStripPos[i], s.lStripWidth, 0);
+    if (const std::int32_t res =
+            lumivex::stitch::AddImage(s.phDIS[i], &frame, none, s.lStripStart, s.plStripPos[i],
+                                      s.lStripWidth, 0, PolicyOf(&s));
         res != 0)
       return res;
   }
@@ -172,9 +186,9 @@ std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx,
   if (complete) s.bFinished = 1;
   const std::int32_t offset[2] = {dx, dy};
   for (std::int32_t i = 0; i < s.lBandCount; ++i) {
-    const std::int32_t res =
-        ZMOSAddImage_DIS(s.phDIS[i], &frame, offset, cut, s.plStripPos[i],
-                         complete ? s.lStripEnd : s.lStripWidth, complete ? 1 : 0);
+    const std::int32_t res = lumivex::stitch::AddImage(
+        s.phDIS[i], &frame, offset, cut, s.plStripPos[i], complete ? s.lStripEnd : s.lStripWidth,
+        complete ? 1 : 0, PolicyOf(&s));
     if (res != 0) return res;
   }
   s.bNoSecondFrame = 0;
@@ -225,7 +239,7 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
 
     // The selector writes the travel before it reports a failure; the tail reports it.
     std::int32_t travel[2] = {0, 0};
-    res = ZMOSFrameSelectorRunBySF_FS(s.hFrameSelector, &frame, &track, travel, &status);
+    res = lumivex::select::RunBySF(s.hFrameSelector, &frame, &track, travel, &status, PolicyOf(&s));
     dx = travel[0];
     dy = travel[1];
     if (res != 0) return;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "src/engine/profile.h"
 #include "src/stitch/blend_internal.h"
 
 namespace lumivex::engine {
@@ -136,6 +137,7 @@ void ZMOSReleaseSweepStitcher_SWT(ZMOSSWEEPSTITCHER** phStitcher) {
   ZMOSFreeImage_AOD(&s->pFirstFrame, mem);
   // The preview stays in the work buffer, which the caller discards; so does a blend table
   // a failed blend left installed, which must not outlive the buffer.
+  lumivex::engine::ForgetProfile(s);
   MMemFree(mem, s);
   lumivex::stitch::ForgetBlendTableOf(mem);
   *phStitcher = nullptr;

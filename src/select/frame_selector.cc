@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "src/platform/wrap.h"
+#include "src/track/tracker.h"
 
 namespace lumivex::select {
 
@@ -133,6 +134,14 @@ void ZMOSReleaseFrameSelector_FS(ZMOSFRAMESELECTOR** phSelector) {
 int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
                                     const ZMOSIMAGE* pTrackFrame, int32_t* plOffset,
                                     int32_t* plStatus) {
+  return RunBySF(hSelector, pFrame, pTrackFrame, plOffset, plStatus, lumivex::kExactPolicy);
+}
+
+}  // extern "C"
+
+std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
+                                      const ZMOSIMAGE* pTrackFrame, std::int32_t* plOffset,
+                                      std::int32_t* plStatus, const Policy& policy) {
   if (hSelector == nullptr || !ValidFrames(pFrame, pTrackFrame, plOffset, plStatus))
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSFRAMESELECTOR& s = *hSelector;
@@ -187,7 +196,7 @@ int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAG
       break;
   }
   const std::int32_t last[2] = {s.lLastX, s.lLastY};
-  const std::int32_t res = ZMOSVideoTrackerRunRF_PBM(s.hTrackerRF, pFrame, predicted, last);
+  const std::int32_t res = lumivex::track::RunRF(s.hTrackerRF, pFrame, predicted, last, policy);
   acc.x = WrapAdd(acc.x, predicted[0]);
   acc.y = WrapAdd(acc.y, predicted[1]);
   acc.n += 1;
@@ -198,6 +207,8 @@ int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAG
   });
   return res;
 }
+
+extern "C" {
 
 int32_t ZMOSFrameSelectorRun_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
                                 const ZMOSIMAGE*, int32_t* plOffset, int32_t* plStatus) {

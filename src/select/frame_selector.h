@@ -6,6 +6,7 @@
 
 #include "lumivex/select.h"
 #include "lumivex/track.h"
+#include "src/platform/policy.h"
 
 struct ZMOSFRAMESELECTOR {
   MHandle hMemMgr;
@@ -37,6 +38,11 @@ std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::in
                     std::int32_t h4);
 // The single-tracker variant's rules: a fixed drift band, horizontal sweeps only.
 std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc);
+
+// ZMOSFrameSelectorRunBySF_FS under the policy of the engine that runs it (the exported
+// function is always exact).
+std::int32_t RunBySF(ZMOSFRAMESELECTOR* selector, const ZMOSIMAGE* frame, const ZMOSIMAGE* track,
+                     std::int32_t* offset, std::int32_t* status, const Policy& policy);
 
 }  // namespace lumivex::select
 

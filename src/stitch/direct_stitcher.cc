@@ -66,8 +66,8 @@ CrossSpan PlaceAcross(CrossState& c, W32 offset, W32 frame_extent, W32 canvas_ex
   return span;
 }
 
-W32 AddFirst(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame, W32 overlap, W32 seam,
-             W32 length, W32 last) {
+std::int32_t AddFirst(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame, W32 overlap,
+                      W32 seam, W32 length, W32 last) {
   const W32 canvas_along = axes.horizontal ? s.lCanvasWidth : s.lCanvasHeight;
   const W32 frame_cross = axes.horizontal ? frame.lHeight : frame.lWidth;
   const W32 margin = axes.horizontal ? s.lMarginY : s.lMarginX;
@@ -77,7 +77,8 @@ W32 AddFirst(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame, W3
   const W32 dst0 = axes.forward ? W32(0) : canvas_along - strip;
   const ZMOSRECT src = axes.Rect(src0, src0 + strip, 0, frame_cross);
   const ZMOSRECT dst = axes.Rect(dst0, dst0 + strip, margin, margin + frame_cross);
-  if (const W32 res = ZMOSCopyImageROI_AOD(s.pCanvas, &dst, &frame, &src); res != 0) return res;
+  if (const std::int32_t res = ZMOSCopyImageROI_AOD(s.pCanvas, &dst, &frame, &src); res != 0)
+    return res;
   s.lPosition = axes.forward ? overlap : canvas_along - overlap;
   s.lContentEnd = last ? (axes.forward ? strip : canvas_along - strip) : W32(s.lPosition);
   s.pOverlapRects[0] = ZMOSRECT{};
@@ -87,8 +88,9 @@ W32 AddFirst(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame, W3
   return ZMOS_OK;
 }
 
-W32 AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame,
-             const std::int32_t* offset, W32 overlap, W32 seam, W32 length, W32 last) {
+std::int32_t AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame,
+                      const std::int32_t* offset, W32 overlap, W32 seam, W32 length, W32 last,
+                      const Policy& policy) {
   const W32 canvas_along = axes.horizontal ? s.lCanvasWidth : s.lCanvasHeight;
   const W32 canvas_cross = axes.horizontal ? s.lCanvasHeight : s.lCanvasWidth;
   const W32 frame_cross = axes.horizontal ? frame.lHeight : frame.lWidth;
@@ -115,7 +117,7 @@ W32 AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame,
   const W32 dst0 = axes.forward ? p : p - len;
   const ZMOSRECT src = axes.Rect(src0, src0 + len, span.src, span.src + span.count);
   const ZMOSRECT dst = axes.Rect(dst0, dst0 + len, span.dst, span.dst + span.count);
-  if (const W32 res = ZMOSCopyImageROIOddRect_AOD(s.pCanvas, &dst, &frame, &src); res != 0)
+  if (const std::int32_t res = ZMOSCopyImageROIOddRect_AOD(s.pCanvas, &dst, &frame, &src); res != 0)
     return res;
   s.lContentEnd = last ? (axes.forward ? p + len : p - len) : p;
 
@@ -132,7 +134,9 @@ W32 AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& frame,
   const W32 strip0 = axes.forward ? seam - overlap : seam;
   const ZMOSRECT strip_src = axes.Rect(strip0, strip0 + overlap, first, end_even);
   const ZMOSRECT strip_dst = axes.Rect(r, r + overlap, 0, end_even - first);
-  if (const W32 res = ZMOSCopyImageROI_AOD(s.pStrips, &strip_dst, &frame, &strip_src); res != 0)
+  const auto copy =
+      policy.keep_overlap_chroma_phase ? ZMOSCopyImageROIOddRect_AOD : ZMOSCopyImageROI_AOD;
+  if (const std::int32_t res = copy(s.pStrips, &strip_dst, &frame, &strip_src); res != 0)
     return res;
   s.pStripRects[i] = axes.Rect(r, r + overlap, shift, end - first);
   ++s.lCount;
@@ -186,6 +190,16 @@ int32_t ZMOSCreateDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher, int32
 int32_t ZMOSAddImage_DIS(ZMOSDIRECTSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
                          const int32_t* plOffset, int32_t lOverlap, int32_t lSeam,
                          int32_t lStripLength, int32_t bLast) {
+  return lumivex::stitch::AddImage(hStitcher, pFrame, plOffset, lOverlap, lSeam, lStripLength,
+                                   bLast, lumivex::kExactPolicy);
+}
+
+}  // extern "C"
+
+std::int32_t lumivex::stitch::AddImage(ZMOSDIRECTSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
+                                       const std::int32_t* plOffset, std::int32_t lOverlap,
+                                       std::int32_t lSeam, std::int32_t lStripLength,
+                                       std::int32_t bLast, const Policy& policy) {
   if (hStitcher == nullptr || pFrame == nullptr || plOffset == nullptr)
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSDIRECTSTITCHER& s = *hStitcher;
@@ -196,8 +210,10 @@ int32_t ZMOSAddImage_DIS(ZMOSDIRECTSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
     return ZMOS_ERR_INVALID_PARAM;
   const Axes axes(s.lDirection);
   if (s.bFirstFrame) return AddFirst(s, axes, *pFrame, lOverlap, lSeam, lStripLength, bLast);
-  return AddLater(s, axes, *pFrame, plOffset, lOverlap, lSeam, lStripLength, bLast);
+  return AddLater(s, axes, *pFrame, plOffset, lOverlap, lSeam, lStripLength, bLast, policy);
 }
+
+extern "C" {
 
 int32_t ZMOSStitchBlendImage_DIS(ZMOSDIRECTSTITCHER* hStitcher) {
   if (hStitcher == nullptr) return ZMOS_ERR_INVALID_PARAM;

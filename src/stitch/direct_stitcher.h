@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "lumivex/stitch.h"
+#include "src/platform/policy.h"
 
 struct ZMOSDIRECTSTITCHER {
   MHandle hMemMgr;
@@ -29,5 +30,15 @@ struct ZMOSDIRECTSTITCHER {
   ZMOSIMAGE* pCanvas;
   ZMOSIMAGE* pStrips;
 };
+
+namespace lumivex::stitch {
+
+// ZMOSAddImage_DIS under the policy of the engine that runs it (the exported function is
+// always exact).
+std::int32_t AddImage(ZMOSDIRECTSTITCHER* stitcher, const ZMOSIMAGE* frame,
+                      const std::int32_t* offset, std::int32_t overlap, std::int32_t seam,
+                      std::int32_t strip_length, std::int32_t last, const Policy& policy);
+
+}  // namespace lumivex::stitch
 
 #endif  // LUMIVEX_SRC_STITCH_DIRECT_STITCHER_H_

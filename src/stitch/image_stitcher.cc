@@ -134,7 +134,7 @@ int32_t ZMOSCreateImageBlender_SBI(ZMOSIMAGEBLENDER** phBlender, ZMOSIMAGE* pRes
   b->hMemMgr = hMemMgr;
   ZMOSSetPathSearchThreshold(dwPathSearchThreshold);
   ZMOSSetBlendTableBufferHeadle(hMemMgr);
-  const W32 res = ZMOSCreateBlendTable(lMinOverlap, hMemMgr);
+  const std::int32_t res = ZMOSCreateBlendTable(lMinOverlap, hMemMgr);
   if (res != 0) {
     MMemFree(hMemMgr, b);
     return res;

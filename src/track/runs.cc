@@ -114,11 +114,12 @@ std::pair<std::int32_t, std::int32_t> HoriMeasureRange(const ZMOSVideoTracker* t
 // unmoved projection `cur` and the projections of two strips: cur + entering - leaving.
 // `vertical` moves columns (row sums), otherwise rows (column sums). The result is
 // written to the tracker's third scratch array.
+// Shifts below `min_shift` in size leave the projection unmoved.
 std::int32_t MovedProjection(ZMOSVideoTracker* t, const ZMOSIMAGE* image, const ZMOSRECT& rect,
                              std::int32_t shift, bool vertical, const std::uint32_t* cur,
-                             const std::uint32_t** signal) {
+                             const std::uint32_t** signal, std::int32_t min_shift = 11) {
   *signal = cur;
-  if (shift >= -10 && shift <= 10) return ZMOS_OK;
+  if (shift > -min_shift && shift < min_shift) return ZMOS_OK;
   std::uint32_t* third = t->pScratch[2];
   std::uint32_t* fourth = t->pScratch[3];
   const std::int32_t lo = vertical ? rect.lLeft : rect.lTop;
@@ -130,7 +131,14 @@ std::int32_t MovedProjection(ZMOSVideoTracker* t, const ZMOSIMAGE* image, const 
   };
   auto project = vertical ? ProjectV : ProjectH;
   std::int32_t res;
-  if (shift > 10) {
+  if (shift > -11 && shift < 11) {
+    // Strips this narrow cannot be projected on their own: project the moved rectangle.
+    res = project(image, strip(std::max(lo - shift, 0), std::min(hi - shift, limit)), third);
+    if (res != 0) return res;
+    *signal = third;
+    return ZMOS_OK;
+  }
+  if (shift > 0) {
     res = project(image, strip(std::max(lo - shift, 0), lo), third);
     if (res == 0) res = project(image, strip(std::max(hi - shift, 0), hi), fourth);
   } else {
@@ -313,6 +321,14 @@ int32_t ZMOSVideoTrackerSwapFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE*) {
 
 int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, int32_t* plOffsets,
                                   const int32_t* plLast) {
+  return lumivex::track::RunRF(t, pImage, plOffsets, plLast, lumivex::kExactPolicy);
+}
+
+}  // extern "C"
+
+std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
+                                   std::int32_t* plOffsets, const std::int32_t* plLast,
+                                   const Policy& policy) {
   if (!FrameMatches(t, pImage)) return ZMOS_ERR_INVALID_PARAM;
   if (t->bFirstFrame) return StorePrevious(t, pImage);
   // The prediction is read from the offsets; the last report only by a textured mode-0 run.
@@ -348,8 +364,8 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
       const ZMOSRECT& r = t->pVertRects[j];
       if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
       const std::uint32_t* signal = nullptr;
-      if (const std::int32_t res =
-              MovedProjection(t, pImage, r, dx, true, t->ppCurVert[j], &signal);
+      if (const std::int32_t res = MovedProjection(t, pImage, r, dx, true, t->ppCurVert[j], &signal,
+                                                   policy.MinCompensatedShift());
           res != 0)
         return res;
       std::int32_t dy = 0;
@@ -374,8 +390,8 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
       const ZMOSRECT& r = t->pHoriRects[i];
       if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
       const std::uint32_t* signal = nullptr;
-      if (const std::int32_t res =
-              MovedProjection(t, pImage, r, dy, false, t->ppCurHori[i], &signal);
+      if (const std::int32_t res = MovedProjection(t, pImage, r, dy, false, t->ppCurHori[i],
+                                                   &signal, policy.MinCompensatedShift());
           res != 0)
         return res;
       std::int32_t dx = predicted_dx;
@@ -387,6 +403,8 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
   }
   return Report(t, plOffsets);
 }
+
+extern "C" {
 
 int32_t ZMOSVideoTrackerSwapRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
   if (t == nullptr) return ZMOS_ERR_INVALID_PARAM;

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "lumivex/track.h"
+#include "src/platform/policy.h"
 
 // Field order is part of the record's contract: 26 words on the 32-bit target.
 struct ZMOSVideoTracker {
@@ -51,6 +52,11 @@ extern BandTextureTable BandTexture;
 // Mean absolute difference of adjacent entries of p over [from, to), divided by the
 // range's length.
 std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t to);
+
+// The reference run as ZMOSVideoTrackerRunRF_PBM, under the policy of the engine that
+// runs it (the exported function is always exact).
+std::int32_t RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* image, std::int32_t* offsets,
+                   const std::int32_t* last, const Policy& policy);
 
 constexpr std::int32_t Align4(std::int32_t v) {
   return v & ~3;

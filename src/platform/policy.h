@@ -1,0 +1,32 @@
+// What separates the two profiles of the engine, in one place. The exact profile is every
+// decision as the engine has always made it; the quality profile corrects the decisions
+// that spoil real panoramas. Kernels never look at this: only the few decision points
+// named here, each told the policy of the engine that runs them.
+#ifndef LUMIVEX_SRC_PLATFORM_POLICY_H_
+#define LUMIVEX_SRC_PLATFORM_POLICY_H_
+
+#include <cstdint>
+
+namespace lumivex {
+
+struct Policy {
+  // The reference tracker matches its cross-axis band moved by any sweep-axis motion,
+  // not only from 11 pixels on (small steps otherwise read new content as cross travel).
+  bool compensate_small_shifts = false;
+  // Direction detection gives up for lack of texture only when the vertical band that
+  // would measure an upward or downward sweep is flat too, not the horizontal ones alone.
+  bool detect_on_either_axis = false;
+  // The overlap kept for blending is cut keeping chroma pairs in phase, so an odd cut
+  // (half of 854, 1366 ...) never blends U with V.
+  bool keep_overlap_chroma_phase = false;
+
+  // Smallest sweep-axis shift for which the cross-axis projection is moved.
+  constexpr std::int32_t MinCompensatedShift() const { return compensate_small_shifts ? 1 : 11; }
+};
+
+inline constexpr Policy kExactPolicy{};
+inline constexpr Policy kQualityPolicy{true, true, true};
+
+}  // namespace lumivex
+
+#endif  // LUMIVEX_SRC_PLATFORM_POLICY_H_

@@ -1,0 +1,138 @@
+// The quality profile: chosen per engine before the first frame, and each correction seen
+// on a sweep the exact profile gets wrong while the exact profile stays as it was.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+#include "lumivex/lumivex.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using lumivex::test::ColourPlanes;
+using lumivex::test::Frame;
+using lumivex::test::Plane8;
+
+std::int32_t BufferSize(std::int32_t w, std::int32_t h) {
+  const std::int64_t side = std::max(w, h);
+  return static_cast<std::int32_t>(3LL * w * h + 35 * ((side * ((side / 5) & ~3) * 3LL) / 2) + 608);
+}
+
+TEST(Profile, ChosenPerEngineBeforeTheFirstFrame) {
+  std::vector<std::uint8_t> work(BufferSize(320, 240)), other(BufferSize(320, 240));
+  ZMOSSWEEPSTITCHER *a = nullptr, *b = nullptr;
+  ZMOSINITPARAM pa{work.data(), static_cast<std::int32_t>(work.size()), 180, 320, 240, 320, 240};
+  ZMOSINITPARAM pb{other.data(), static_cast<std::int32_t>(other.size()), 180, 320, 240, 320, 240};
+  ASSERT_EQ(ZMOS_Init(&pa, &a), 0);
+  ASSERT_EQ(ZMOS_Init(&pb, &b), 0);
+  EXPECT_EQ(ZMOS_SetProfile(nullptr, ZMOS_PROFILE_QUALITY), ZMOS_ERR_INVALID_PARAM);
+  EXPECT_EQ(ZMOS_SetProfile(a, 7), ZMOS_ERR_INVALID_PARAM);
+  EXPECT_EQ(ZMOS_SetProfile(a, ZMOS_PROFILE_QUALITY), 0);
+  EXPECT_EQ(ZMOS_SetProfile(a, ZMOS_PROFILE_EXACT), 0);  // changing one's mind is fine
+  EXPECT_EQ(ZMOS_SetProfile(a, ZMOS_PROFILE_QUALITY), 0);
+  lumivex::test::GuardedImage frame(ZMOS_FORMAT_NV21, 320, 240);
+  std::int32_t offset[2], kept = 0, flags[4], angle = 0;
+  ZMOS_SelectFrames(a, frame.get(), frame.get(), offset, &kept, flags, &angle);
+  EXPECT_EQ(ZMOS_SetProfile(a, ZMOS_PROFILE_EXACT), ZMOS_ERR_INVALID_PARAM);  // too late
+  ZMOS_UnInit(&a);
+  ZMOS_UnInit(&b);
+}
+
+Plane8 Transposed(const Plane8& p) {
+  Plane8 t{p.height, p.width, std::vector<std::uint8_t>(p.pixels.size())};
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x)
+      t.pixels[static_cast<std::size_t>(x) * p.height + y] = p.at(x, y);
+  return t;
+}
+
+struct Outcome {
+  std::int32_t end = 0;
+  ZMOSIMAGE pano{};
+  std::vector<std::uint8_t> work;
+};
+
+// A steady sweep of `step` pixels a frame over `scene`, stitched, under a profile.
+void Sweep(const ColourPlanes& scene, int direction, int step, int w, int h, int cross0,
+           std::int32_t profile, Outcome* out) {
+  out->work.assign(BufferSize(w, h), 0);
+  ZMOSSWEEPSTITCHER* engine = nullptr;
+  ZMOSINITPARAM param{
+      out->work.data(), static_cast<std::int32_t>(out->work.size()), 180, w, h, w, h};
+  ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
+  ASSERT_EQ(ZMOS_SetProfile(engine, profile), 0);
+  const bool horizontal = direction < 2;
+  const int sign = direction % 2 == 0 ? 1 : -1;
+  const int travel = 3 * w - (horizontal ? w : h);
+  const int along0 = sign > 0 ? 40 : 40 + travel + 100;
+  std::int32_t kept = 0, angle = 0;
+  for (int k = 0; k < 800 && angle < 180; ++k) {
+    const int along = along0 + sign * step * k;
+    Frame frame(scene, horizontal ? along : cross0, horizontal ? cross0 : along, w, h);
+    std::int32_t offset[2], flags[4];
+    out->end = ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
+    if (out->end != 0) break;
+  }
+  ASSERT_EQ(ZMOS_Stitch(engine, &out->pano, nullptr), 0);
+  // The pixels stay in the work buffer, which this outcome keeps; the engine may go.
+  ZMOS_UnInit(&engine);
+}
+
+// Whether the panorama's luma is a window of the scene, anywhere along the sweep and
+// within a few pixels across it.
+bool IsWindowOf(const ZMOSIMAGE& pano, const Plane8& scene, int cross0, bool horizontal) {
+  auto sample = [&](int x, int y) { return pano.pPlane[0][y * pano.lPitch[0] + x]; };
+  for (int along = 0; along + (horizontal ? pano.lWidth : pano.lHeight) <=
+                      (horizontal ? scene.width : scene.height);
+       ++along) {
+    for (int cross = cross0 - 6; cross <= cross0 + 6; ++cross) {
+      const int ox = horizontal ? along : cross, oy = horizontal ? cross : along;
+      if (ox < 0 || oy < 0 || ox + pano.lWidth > scene.width || oy + pano.lHeight > scene.height)
+        continue;
+      bool same = true;
+      for (int y = 0; y < pano.lHeight && same; y += 7)
+        for (int x = 0; x < pano.lWidth && same; x += 5)
+          same = sample(x, y) == scene.at(ox + x, oy + y);
+      for (int y = 0; y < pano.lHeight && same; ++y)
+        for (int x = 0; x < pano.lWidth && same; ++x)
+          same = sample(x, y) == scene.at(ox + x, oy + y);
+      if (same) return true;
+    }
+  }
+  return false;
+}
+
+// Small steps: the reference tracker no longer reads the columns that enter its band as
+// cross travel, and the panorama is the photograph again, in every direction.
+TEST(Profile, SmallStepsGiveThePhotographBack) {
+  const ColourPlanes* photo = lumivex::test::ColourPhoto();
+  if (photo == nullptr) {
+    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
+    GTEST_SKIP();
+  }
+  const ColourPlanes turned{Transposed(photo->y), Transposed(photo->u), Transposed(photo->v)};
+  int exact_wrong = 0;
+  for (int direction = 0; direction < 4; ++direction) {
+    for (int step : {5, 8}) {
+      SCOPED_TRACE(testing::Message() << "direction " << direction << " step " << step);
+      const ColourPlanes& scene = direction < 2 ? *photo : turned;
+      Outcome quality, exact;
+      // Across the ridge line, where the exact engine reads some of them as climbing.
+      constexpr int kCross = 300;
+      Sweep(scene, direction, step, 640, 480, kCross, ZMOS_PROFILE_QUALITY, &quality);
+      EXPECT_EQ(quality.end, 0);
+      EXPECT_EQ(std::max(quality.pano.lWidth, quality.pano.lHeight), 1920);
+      EXPECT_TRUE(IsWindowOf(quality.pano, scene.y, kCross, direction < 2));
+      if (direction == 0) {
+        Sweep(scene, direction, step, 640, 480, kCross, ZMOS_PROFILE_EXACT, &exact);
+        exact_wrong += exact.end != 0 || !IsWindowOf(exact.pano, scene.y, kCross, true);
+      }
+    }
+  }
+  EXPECT_EQ(exact_wrong, 2) << "the exact engine drifts on both, which is what this corrects";
+}
+
+}  // namespace
