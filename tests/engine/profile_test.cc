@@ -135,4 +135,72 @@ TEST(Profile, SmallStepsGiveThePhotographBack) {
   EXPECT_EQ(exact_wrong, 2) << "the exact engine drifts on both, which is what this corrects";
 }
 
+// An upward sweep that starts on a sky the horizontal bands see as flat: rows of texture
+// the vertical band measures well. The exact engine gives up on the second frame.
+TEST(Profile, DetectionLooksAtTheVerticalBandBeforeGivingUp) {
+  Plane8 rows{400, 900, {}};
+  rows.pixels.resize(static_cast<std::size_t>(rows.width) * rows.height);
+  lumivex::test::Rng rng(3);
+  int level = 128;
+  for (int y = 0; y < rows.height; ++y) {
+    level = std::clamp(level + rng.Range(-6, 6), 20, 235);
+    std::fill(rows.pixels.begin() + static_cast<std::ptrdiff_t>(y) * rows.width,
+              rows.pixels.begin() + static_cast<std::ptrdiff_t>(y + 1) * rows.width,
+              static_cast<std::uint8_t>(level));
+  }
+  for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
+    std::vector<std::uint8_t> work(BufferSize(320, 240));
+    ZMOSSWEEPSTITCHER* engine = nullptr;
+    ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 320, 240, 320,
+                        240};
+    ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
+    ASSERT_EQ(ZMOS_SetProfile(engine, profile), 0);
+    std::int32_t res = 0, kept = 0, angle = 0, direction = -1;
+    for (int k = 0; k < 12 && res == 0 && direction < 0; ++k) {
+      Frame frame(rows, 40, 600 - 4 * k, 320, 240);
+      std::int32_t offset[2], flags[4];
+      res = ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
+      for (int i = 0; i < 4; ++i)
+        if (flags[i] == 1) direction = 3 - i;
+    }
+    if (profile == ZMOS_PROFILE_EXACT) {
+      EXPECT_EQ(res, ZMOS_ERR_NO_TEXTURE);
+    } else {
+      EXPECT_EQ(res, 0);
+      EXPECT_EQ(direction, 3);  // toward decreasing y
+    }
+    ZMOS_UnInit(&engine);
+  }
+}
+
+// Half of 854 is odd: the exact engine cuts the overlap at an odd column and blends U
+// with V there. On a scene of one colour every chroma byte of the quality panorama keeps
+// it.
+TEST(Profile, OddSeamsKeepChromaInPhase) {
+  const Plane8* luma = lumivex::test::Photo();
+  if (luma == nullptr) {
+    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
+    GTEST_SKIP();
+  }
+  Plane8 u{luma->width, luma->height, std::vector<std::uint8_t>(luma->pixels.size(), 100)};
+  Plane8 v{luma->width, luma->height, std::vector<std::uint8_t>(luma->pixels.size(), 160)};
+  const ColourPlanes scene{*luma, u, v};
+  for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
+    Outcome out;
+    Sweep(scene, 0, 12, 854, 480, 1300, profile, &out);
+    ASSERT_EQ(out.pano.dwFormat, static_cast<std::uint32_t>(ZMOS_FORMAT_NV21));
+    int crossed = 0;
+    for (int r = 0; r < out.pano.lHeight / 2; ++r)
+      for (int c = 0; c + 1 < out.pano.lWidth; c += 2) {
+        const std::uint8_t* vu = out.pano.pPlane[1] + r * out.pano.lPitch[1] + c;
+        crossed += vu[0] != 160 || vu[1] != 100;
+      }
+    if (profile == ZMOS_PROFILE_EXACT) {
+      EXPECT_GT(crossed, 1000);
+    } else {
+      EXPECT_EQ(crossed, 0);
+    }
+  }
+}
+
 }  // namespace
