@@ -63,6 +63,7 @@ Capture::Capture(int width, int height, std::uint32_t format, CaptureOptions opt
   ZMOSINITPARAM param{
       work_.data(), static_cast<std::int32_t>(work_.size()), 180, width, height, width, height};
   init_result_ = ZMOS_Init(&param, &engine_);
+  if (init_result_ == 0) init_result_ = ZMOS_SetProfile(engine_, options_.profile);
   ui_.dwFormat = ZMOS_FORMAT_NV21;
   if (!isatty(STDERR_FILENO)) options_.progress = false;
   if (!options_.debug_dir.empty()) {

@@ -34,6 +34,8 @@ struct CaptureOptions {
   std::string debug_dir;  // previews, CSV and the seam picture go here when set
   bool progress = false;  // a progress bar on stderr
   bool warnings = true;   // too fast, gone wrong and low texture, once each, on stderr
+  // The engine's profile: the program serves people who want the best panorama.
+  std::int32_t profile = ZMOS_PROFILE_QUALITY;
 };
 
 class Capture {

@@ -53,7 +53,7 @@ const char kUsageText[] =
 
 const std::map<std::string, std::string> kHelp = {
     {"demo",
-     "usage: lumivex demo [-o DIR]\n"
+     "usage: lumivex demo [-o DIR] [--profile exact|quality]\n"
      "Simulates a 180-degree sweep (640 x 480, left to right, a little hand shake) over the\n"
      "photograph in assets/ and stitches it as a phone would. Writes DIR/panorama.jpg,\n"
      "DIR/preview.png and DIR/sweep.csv (default DIR: lumivex-demo).\n"},
@@ -64,6 +64,8 @@ const std::map<std::string, std::string> kHelp = {
      "  --size WxH        frame size of raw NV21 input\n"
      "  --format nv21|i420  the layout fed to the engine (default nv21)\n"
      "  --debug-dir DIR   previews after each kept frame, frames.csv, panorama-seams.png\n"
+     "  --profile P       exact (the engine as specified) or quality (default: corrects\n"
+     "                    small-step drift, sky at the start and chroma at odd seams)\n"
      "  --quiet           no progress bar\n"},
     {"simulate",
      "usage: lumivex simulate PHOTO -o SWEEP.y4m [options]\n"
@@ -200,10 +202,20 @@ int StitchFrames(FrameSource& source, Yuv420 first, std::uint32_t format, const 
   return ExitFor(cap);
 }
 
+bool ParseProfile(const std::string& name, std::int32_t* profile) {
+  if (name == "exact")
+    *profile = ZMOS_PROFILE_EXACT;
+  else if (name == "quality")
+    *profile = ZMOS_PROFILE_QUALITY;
+  else
+    return false;
+  return true;
+}
+
 int Stitch(int argc, char** argv) {
   Args args;
   std::string error;
-  if (!Parse(argc, argv, {"-o", "--size", "--format", "--debug-dir"}, &args, &error))
+  if (!Parse(argc, argv, {"-o", "--size", "--format", "--debug-dir", "--profile"}, &args, &error))
     return Fail(kUsage, error + " (see lumivex stitch --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("stitch").c_str(), stdout), kOk;
@@ -214,6 +226,9 @@ int Stitch(int argc, char** argv) {
     return Fail(kUsage, "--size takes WxH, e.g. 640x480");
   const std::string fmt = args.Get("--format", "nv21");
   if (fmt != "nv21" && fmt != "i420") return Fail(kUsage, "--format is nv21 or i420");
+  std::int32_t profile = ZMOS_PROFILE_QUALITY;
+  if (!ParseProfile(args.Get("--profile", "quality"), &profile))
+    return Fail(kUsage, "--profile is exact or quality");
   const std::uint32_t format = fmt == "i420" ? ZMOS_FORMAT_I420 : ZMOS_FORMAT_NV21;
   const std::string output = args.Get("-o");
   if (!EndsWith(output, ".jpg") && !EndsWith(output, ".jpeg") && !EndsWith(output, ".png"))
@@ -231,6 +246,7 @@ int Stitch(int argc, char** argv) {
       return Fail(kWriteFailed, "cannot create the debug folder " + debug_dir);
   }
   CaptureOptions options{debug_dir, !args.Flag("--quiet"), true};
+  options.profile = profile;
   return StitchFrames(*source, std::move(first), format, output, options, "",
                       args.positional[0] == "-");
 }
@@ -409,10 +425,13 @@ std::string AssetsDir(const char* argv0) {
 int Demo(int argc, char** argv) {
   Args args;
   std::string error;
-  if (!Parse(argc, argv, {"-o"}, &args, &error))
+  if (!Parse(argc, argv, {"-o", "--profile"}, &args, &error))
     return Fail(kUsage, error + " (see lumivex demo --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("demo").c_str(), stdout), kOk;
+  CaptureOptions options{"", true, true};
+  if (!ParseProfile(args.Get("--profile", "quality"), &options.profile))
+    return Fail(kUsage, "--profile is exact or quality");
   const std::string dir = args.Get("-o", "lumivex-demo");
   const std::string photo_path = AssetsDir(argv[0]) + "/mountain-360-5000x2500.jpg";
   Rgb photo;
@@ -443,7 +462,7 @@ int Demo(int argc, char** argv) {
   std::printf("simulated sweep  %d frames of %dx%d over %s (CC BY-SA 3.0, Matthew Petroff)\n",
               sim.frames(), o.width, o.height, photo_path.c_str());
   const int status = StitchFrames(source, sim.Frame(0), ZMOS_FORMAT_NV21, dir + "/panorama.jpg",
-                                  CaptureOptions{"", true, true}, dir + "/preview.png");
+                                  options, dir + "/preview.png");
   std::printf("total time       %.1f s\n",
               std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
   return status;
