@@ -97,8 +97,11 @@ void Blends(Input& in, Memory& mem) {
   const int op = in.Range(0, 6);
   // Tables and maps are sized by the overlap: from the process heap, an overlap of
   // millions of rows really asks for gigabytes. That is the host's request, not a fault.
-  const std::int64_t extent =
-      std::max(std::int64_t{r1.lRight} - r1.lLeft, std::int64_t{r1.lBottom} - r1.lTop);
+  // (The blend image works on the second rectangle when its flag is set.)
+  auto size = [](const ZMOSRECT& r) {
+    return std::max(std::int64_t{r.lRight} - r.lLeft, std::int64_t{r.lBottom} - r.lTop);
+  };
+  const std::int64_t extent = std::max(size(r1), size(r2));
   if (mem.handle == nullptr && extent > (1 << 16)) return;
   if (op != 2) b.Snapshot();
   switch (op) {
