@@ -274,6 +274,7 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
     _LOG2FILE("ZMOS_Init ...");
     const std::int32_t res = ZMOS_Init(&h->m_StitchParam, &h->hEngine);
     if (res == 0) {
+      ZMOS_SetProfile(h->hEngine, CaptureProfile());
       h->pUIImage = static_cast<ZMOSIMAGE*>(MMemAlloc(nullptr, sizeof(ZMOSIMAGE)));
       if (h->pUIImage != nullptr) {
         MMemSet(h->pUIImage, 0, sizeof(ZMOSIMAGE));

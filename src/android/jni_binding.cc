@@ -1,9 +1,11 @@
 // The library's Android face: the load hook that registers the four native methods on
 // the host class, bitmap export to Android, the engine-image wrap and the raw dump.
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 
 #include "src/android/bitmap_api.h"
+
 #include "src/android/rvk_internal.h"
 
 namespace lumivex::android {
@@ -156,6 +158,35 @@ void DUMP2FILE(const char* path, const void* buffer, std::int32_t length) {
   std::fclose(f);
 }
 
+namespace {
+
+// The profile captures start with; chosen from Java through RvkProfile.select.
+std::atomic<std::int32_t> g_capture_profile{ZMOS_PROFILE_EXACT};
+
+void JNICALL JNI_SelectProfile(JNIEnv*, jclass, jint profile) {
+  if (profile == ZMOS_PROFILE_EXACT || profile == ZMOS_PROFILE_QUALITY) g_capture_profile = profile;
+}
+
+// RvkProfile is optional: an app that does not ship the class keeps the exact profile.
+void RegisterProfileFunctions(JNIEnv* env) {
+  jclass cls = env->FindClass("com/velqor/camera/rvk/RvkProfile");
+  if (cls == nullptr) {
+    env->ExceptionClear();
+    return;
+  }
+  static const JNINativeMethod kMethods[] = {{const_cast<char*>("select"),
+                                              const_cast<char*>("(I)V"),
+                                              reinterpret_cast<void*>(JNI_SelectProfile)}};
+  if (env->RegisterNatives(cls, kMethods, 1) != 0) env->ExceptionClear();
+  env->DeleteLocalRef(cls);
+}
+
+}  // namespace
+
+std::int32_t CaptureProfile() {
+  return g_capture_profile;
+}
+
 }  // namespace lumivex::android
 
 extern "C" LUMIVEX_API jint JNI_OnLoad(JavaVM* vm, void*) {
@@ -171,6 +202,7 @@ extern "C" LUMIVEX_API jint JNI_OnLoad(JavaVM* vm, void*) {
     _LOG2FILE("Register_VideoRVK_Functions return -1");
     return -1;
   }
+  RegisterProfileFunctions(env);
   _LOG2FILE("JNI_OnLoad --->");
   return 0x10004;
 }

@@ -34,6 +34,8 @@ jint JNI_StopProcessRVK(JNIEnv* env, jclass clazz, jint handle);
 jint JNI_ProccessRVK(JNIEnv* env, jclass clazz, jint handle, jbyteArray data, jint width,
                      jint height);
 jint Register_VideoRVK_Functions(JavaVM* vm, JNIEnv* env);
+// The profile a capture starts with (RvkProfile.select; exact unless chosen).
+std::int32_t CaptureProfile();
 // The virtual machine notifications fetch their environment from.
 void SetJavaVM(JavaVM* vm);
 

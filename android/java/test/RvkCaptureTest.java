@@ -1,5 +1,6 @@
 import android.graphics.Bitmap;
 import com.velqor.camera.rvk.MPanoInfo;
+import com.velqor.camera.rvk.RvkProfile;
 import com.velqor.camera.rvk.VideoRVK;
 import com.velqor.camera.rvk.desktop.HostKit;
 import java.io.DataInputStream;
@@ -150,6 +151,18 @@ public final class RvkCaptureTest {
     check(rec.ids.size() == before, "nothing reaches the host for an unknown id");
     check(VideoRVK._UninitRVK(key) == 0, "uninit returns 0");
     check(VideoRVK._ProcessRVK(key, frames.get(0), width, height) == 2, "a released handle returns 2");
+
+    // The same sweep under the quality profile, chosen for captures started afterwards.
+    RvkProfile.select(RvkProfile.QUALITY);
+    Recorder quality = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(quality), 30, width, height);
+    for (byte[] f : frames) {
+      if (VideoRVK._ProcessRVK(key, f, width, height) != 0 || quality.count(2) > 0) break;
+    }
+    check(quality.count(2) == 1 && quality.count(3) == 0, "a quality capture delivers its result");
+    VideoRVK._UninitRVK(key);
+    RvkProfile.select(7);  // ignored
+    RvkProfile.select(RvkProfile.EXACT);
 
     // Stopped before any direction was found: the panorama is the first frame.
     Recorder early = new Recorder();
