@@ -60,21 +60,11 @@ Plane8 Doubled(const Plane8& p) {
   return d;
 }
 
-Plane8 Transposed(const Plane8& p) {
-  Plane8 t{p.height, p.width, std::vector<std::uint8_t>(p.pixels.size())};
-  for (int y = 0; y < p.height; ++y)
-    for (int x = 0; x < p.width; ++x)
-      t.pixels[static_cast<std::size_t>(x) * p.height + y] = p.at(x, y);
-  return t;
-}
-
 // Runs a steady sweep, checking the preview's drawn area after every kept strip, and
 // returns the panorama's checksum.
 std::uint64_t RunSweep(const ColourPlanes& scene, const Sweep& s, ZMOSIMAGE* result_out,
                        std::vector<std::uint8_t>* work) {
-  const std::int64_t side = std::max(s.width, s.height);
-  const auto size = static_cast<std::int32_t>(3LL * s.width * s.height +
-                                              35 * ((side * ((side / 5) & ~3) * 3LL) / 2) + 608);
+  const std::int32_t size = lumivex::test::HandlerWorkBufferSize(s.width, s.height);
   work->assign(size, 0);
   ZMOSSWEEPSTITCHER* engine = nullptr;
   ZMOSINITPARAM param{work->data(), size, 180, s.width, s.height, s.width, s.height};
@@ -150,7 +140,9 @@ TEST(PanoramaChecksums, ExactOutputOfDeterministicSweeps) {
   }
   // Vertical sweeps run over the photograph turned on its side, so that they travel
   // through the textured land rather than up into the sky.
-  const ColourPlanes turned{Transposed(photo->y), Transposed(photo->u), Transposed(photo->v)};
+  const ColourPlanes turned{lumivex::test::Transposed(photo->y),
+                            lumivex::test::Transposed(photo->u),
+                            lumivex::test::Transposed(photo->v)};
   // 854-wide frames (half of it odd) need the full-size photograph to fit a whole sweep.
   const Plane8* luma = lumivex::test::Photo();
   ASSERT_NE(luma, nullptr);

@@ -20,13 +20,6 @@ using lumivex::test::Frame;
 using lumivex::test::GuardedImage;
 using lumivex::test::Plane8;
 
-// The camera handler's work-buffer size for frames of w x h (30 frames).
-std::int32_t HandlerBufferSize(std::int32_t w, std::int32_t h) {
-  const std::int64_t side = std::max(w, h);
-  return static_cast<std::int32_t>(3LL * w * h + 35 * ((side * ((side / 5) & ~3) * 3LL) / 2) +
-                                   16 * 38);
-}
-
 struct CaptureResult {
   std::int32_t stitch = -1;
   int frames = 0;
@@ -81,7 +74,7 @@ CaptureResult RunCapture(const Plane8& scene, std::int32_t size, int frames, int
 TEST(HostileHost, BlendTableDoesNotOutliveTheCaptureBuffer) {
   const Plane8* scene = lumivex::test::Photo();
   if (scene == nullptr) GTEST_SKIP() << "no test photograph";
-  const std::int32_t full = HandlerBufferSize(160, 120);
+  const std::int32_t full = lumivex::test::HandlerWorkBufferSize(160, 120);
   bool reproduced = false;
   // Just enough memory for the capture but not for every blend's seam work.
   for (std::int32_t size = full / 100 * 74; size < full / 100 * 78 && !reproduced; size += 16)
@@ -96,7 +89,8 @@ TEST(HostileHost, BlendTableDoesNotOutliveTheCaptureBuffer) {
 TEST(HostileHost, RunawayTravelAfterTooFastStaysDefined) {
   const Plane8* scene = lumivex::test::Photo();
   if (scene == nullptr) GTEST_SKIP() << "no test photograph";
-  const CaptureResult run = RunCapture(*scene, HandlerBufferSize(160, 120), 90, 6, 20, 40);
+  const CaptureResult run =
+      RunCapture(*scene, lumivex::test::HandlerWorkBufferSize(160, 120), 90, 6, 20, 40);
   EXPECT_EQ(run.frames, 90);
   EXPECT_GT(run.largest_offset, 1000000000) << "the travel did not run away";
 }

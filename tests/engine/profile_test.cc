@@ -16,13 +16,9 @@ using lumivex::test::ColourPlanes;
 using lumivex::test::Frame;
 using lumivex::test::Plane8;
 
-std::int32_t BufferSize(std::int32_t w, std::int32_t h) {
-  const std::int64_t side = std::max(w, h);
-  return static_cast<std::int32_t>(3LL * w * h + 35 * ((side * ((side / 5) & ~3) * 3LL) / 2) + 608);
-}
-
 TEST(Profile, ChosenPerEngineBeforeTheFirstFrame) {
-  std::vector<std::uint8_t> work(BufferSize(320, 240)), other(BufferSize(320, 240));
+  std::vector<std::uint8_t> work(lumivex::test::HandlerWorkBufferSize(320, 240)),
+      other(lumivex::test::HandlerWorkBufferSize(320, 240));
   ZMOSSWEEPSTITCHER *a = nullptr, *b = nullptr;
   ZMOSINITPARAM pa{work.data(), static_cast<std::int32_t>(work.size()), 180, 320, 240, 320, 240};
   ZMOSINITPARAM pb{other.data(), static_cast<std::int32_t>(other.size()), 180, 320, 240, 320, 240};
@@ -41,14 +37,6 @@ TEST(Profile, ChosenPerEngineBeforeTheFirstFrame) {
   ZMOS_UnInit(&b);
 }
 
-Plane8 Transposed(const Plane8& p) {
-  Plane8 t{p.height, p.width, std::vector<std::uint8_t>(p.pixels.size())};
-  for (int y = 0; y < p.height; ++y)
-    for (int x = 0; x < p.width; ++x)
-      t.pixels[static_cast<std::size_t>(x) * p.height + y] = p.at(x, y);
-  return t;
-}
-
 struct Outcome {
   std::int32_t end = 0;
   ZMOSIMAGE pano{};
@@ -58,7 +46,7 @@ struct Outcome {
 // A steady sweep of `step` pixels a frame over `scene`, stitched, under a profile.
 void Sweep(const ColourPlanes& scene, int direction, int step, int w, int h, int cross0,
            std::int32_t profile, Outcome* out) {
-  out->work.assign(BufferSize(w, h), 0);
+  out->work.assign(lumivex::test::HandlerWorkBufferSize(w, h), 0);
   ZMOSSWEEPSTITCHER* engine = nullptr;
   ZMOSINITPARAM param{
       out->work.data(), static_cast<std::int32_t>(out->work.size()), 180, w, h, w, h};
@@ -113,7 +101,9 @@ TEST(Profile, SmallStepsGiveThePhotographBack) {
     if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
     GTEST_SKIP();
   }
-  const ColourPlanes turned{Transposed(photo->y), Transposed(photo->u), Transposed(photo->v)};
+  const ColourPlanes turned{lumivex::test::Transposed(photo->y),
+                            lumivex::test::Transposed(photo->u),
+                            lumivex::test::Transposed(photo->v)};
   int exact_wrong = 0;
   for (int direction = 0; direction < 4; ++direction) {
     for (int step : {5, 8}) {
@@ -149,7 +139,7 @@ TEST(Profile, DetectionLooksAtTheVerticalBandBeforeGivingUp) {
               static_cast<std::uint8_t>(level));
   }
   for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
-    std::vector<std::uint8_t> work(BufferSize(320, 240));
+    std::vector<std::uint8_t> work(lumivex::test::HandlerWorkBufferSize(320, 240));
     ZMOSSWEEPSTITCHER* engine = nullptr;
     ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 320, 240, 320,
                         240};

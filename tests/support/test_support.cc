@@ -144,6 +144,20 @@ bool PhotoExpected() {
   return f != nullptr;
 }
 
+Plane8 Transposed(const Plane8& p) {
+  Plane8 t{p.height, p.width, std::vector<std::uint8_t>(p.pixels.size())};
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x)
+      t.pixels[static_cast<std::size_t>(x) * p.height + y] = p.at(x, y);
+  return t;
+}
+
+std::int32_t HandlerWorkBufferSize(std::int32_t w, std::int32_t h) {
+  const std::int64_t side = std::max(w, h);
+  return static_cast<std::int32_t>(3LL * w * h + 35 * ((side * ((side / 5) & ~3) * 3LL) / 2) +
+                                   16 * 38);
+}
+
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed) {
   Plane8 out{width, height, {}};
   std::vector<float> acc(static_cast<std::size_t>(width) * height, 0.0f);

@@ -111,6 +111,14 @@ struct ColourPlanes {
 };
 const ColourPlanes* ColourPhoto();
 
+// The picture turned on its side (rows become columns), for vertical sweeps that should
+// travel through the same content as horizontal ones.
+Plane8 Transposed(const Plane8& p);
+
+// The camera handler's work-buffer size for frames of w x h (30 frames): the larger of
+// the landscape and portrait terms.
+std::int32_t HandlerWorkBufferSize(std::int32_t w, std::int32_t h);
+
 // Smooth random texture (sum of soft blobs at several scales), reproducible everywhere.
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed);
 
