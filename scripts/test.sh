@@ -5,7 +5,7 @@
 #   sanitize  AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first error
 #   arm       32-bit ARM (arm-linux-gnueabihf) cross build, run under qemu-arm
 #   fuzz      clang + libFuzzer: replays the stored corpora, then runs each fuzz target for
-#             LUMIVEX_FUZZ_SECONDS (default 40) on a scratch copy of its corpus
+#             LUMIVEX_FUZZ_SECONDS (default 30) on a scratch copy of its corpus
 # Prints one summary line per configuration and exits non-zero if any fails.
 # Usage: scripts/test.sh [config...]
 set -uo pipefail
@@ -36,7 +36,7 @@ export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
 # ctest-style result line for the runs to the log. A finding fails the configuration; its
 # input is kept in $dir/fuzz-findings.
 fuzz_runs() {
-  local dir=$1 log=$2 seconds=${LUMIVEX_FUZZ_SECONDS:-40} total=0 failed=0
+  local dir=$1 log=$2 seconds=${LUMIVEX_FUZZ_SECONDS:-30} total=0 failed=0
   mkdir -p "$dir/fuzz-findings"
   for target in "$dir"/fuzz/*_fuzzer; do
     local name scratch
