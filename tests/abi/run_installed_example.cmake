@@ -1,0 +1,32 @@
+# Installs the build into a scratch prefix and builds examples/ against it as an outside
+# project would, once through find_package and once through pkg-config; both programs
+# stitch the same simulated sweep and must write the same panorama.
+set(prefix ${WORK}/install)
+set(frames ${WORK}/example-sweep)
+file(REMOVE_RECURSE ${prefix} ${WORK}/example-build)
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "failed: ${ARGN}\n${out}${err}")
+  endif()
+  set(last_output "${out}" PARENT_SCOPE)
+endfunction()
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+run(${CMAKE_COMMAND} -S ${SOURCE}/examples -B ${WORK}/example-build -G Ninja
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
+run(${CMAKE_COMMAND} --build ${WORK}/example-build)
+run(${LUMIVEX} simulate ${PHOTO} -o ${frames}.y4m --size 320x240)
+run(${FFMPEG} -loglevel error -y -i ${frames}.y4m -f rawvideo -pix_fmt nv21 ${frames}.nv21)
+set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
+run(${WORK}/example-build/stitch_raw 320 240 ${frames}.nv21 ${WORK}/pano-cmake.nv21)
+message("${last_output}")
+if(NOT last_output MATCHES "angle 180: panorama 960 x 2")
+  message(FATAL_ERROR "the example did not complete the sweep")
+endif()
+set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+run(${PKG_CONFIG} --cflags --libs lumivex)
+separate_arguments(flags UNIX_COMMAND "${last_output}")
+run(${CC} -std=c99 -Wall -Wextra -Werror ${SOURCE}/examples/stitch_raw.c ${flags}
+    -o ${WORK}/stitch_raw_pc)
+run(${WORK}/stitch_raw_pc 320 240 ${frames}.nv21 ${WORK}/pano-pc.nv21)
+run(${CMAKE_COMMAND} -E compare_files ${WORK}/pano-cmake.nv21 ${WORK}/pano-pc.nv21)
