@@ -128,12 +128,15 @@ std::int32_t PlanarChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const ZMOSR
   for (int p = 1; p <= 2; ++p) {
     const PlaneView a = ViewOf(first, p), b = ViewOf(second, p);
     const RowRange rows = CommonRows(a, o.row1, b, o.row2, o.rows);
+    // Only the chroma columns both planes have (a second position left of the plane, as
+    // a host may pass to this step, starts the run later).
     const std::int64_t n =
         std::min<std::int64_t>({wc, a.row_bytes - o.col1 - start, b.row_bytes - o.col2 - start});
+    const std::int64_t k0 = std::max<std::int64_t>({0, -(o.col1 + start), -(o.col2 + start)});
     for (std::int64_t r = rows.lo; r < rows.hi; ++r) {
       std::uint8_t* f = a.Row(o.row1 + r) + o.col1 + start;
       const std::uint8_t* s = b.Row(o.row2 + r) + o.col2 + start;
-      for (std::int64_t k = 0; k < n; ++k) {
+      for (std::int64_t k = k0; k < n; ++k) {
         f[k] = side == 0 ? Rule(t[k], s[k], t[wc - 1 - k], f[k])
                          : Rule(t[wc - 1 - k], s[k], t[k], f[k]);
       }

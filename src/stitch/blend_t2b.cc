@@ -109,7 +109,7 @@ std::int32_t PlanarChromaT2B(ZMOSIMAGE& first, const ZMOSIMAGE& second, const ZM
     for (std::int64_t r = rows.lo; r < rows.hi; ++r) {
       std::uint8_t* f = a.Row(o.row1 + r) + o.col1;
       const std::uint8_t* s = b.Row(o.row2 + r) + o.col2;
-      for (std::int64_t c = 0; c < cols; ++c) {
+      for (std::int64_t c = std::max<std::int64_t>({0, -o.col1, -o.col2}); c < cols; ++c) {
         if (r < hc) {
           f[c] = side == 0 ? Rule(t[r], s[c], t[hc - 1 - r], f[c])
                            : Rule(t[hc - 1 - r], s[c], t[r], f[c]);
