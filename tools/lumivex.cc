@@ -64,7 +64,7 @@ const std::map<std::string, std::string> kHelp = {
      "  --size WxH        frame size of raw NV21 input\n"
      "  --format nv21|i420  the layout fed to the engine (default nv21)\n"
      "  --debug-dir DIR   previews after each kept frame, frames.csv, panorama-seams.png\n"
-     "  --profile P       exact (the engine as specified) or quality (default: corrects\n"
+     "  --profile P       exact (the engine unchanged) or quality (default: corrects\n"
      "                    small-step drift, sky at the start and chroma at odd seams)\n"
      "  --quiet           no progress bar\n"},
     {"simulate",

@@ -65,7 +65,7 @@ LUMIVEX_API int32_t ZMOS_Stitch(ZMOSSWEEPSTITCHER* hEngine, ZMOSIMAGE* pResult,
                                 ZMOSPROGRESSCALLBACK pfnProgress);
 LUMIVEX_API int32_t ZMOS_UnInit(ZMOSSWEEPSTITCHER** phEngine);
 
-/* Profiles. EXACT (the default) keeps every decision of the engine as specified, bit for
+/* Profiles. EXACT (the default) keeps every decision of the engine as it was defined, bit for
  * bit. QUALITY corrects the ones that spoil real panoramas: small steps read as cross
  * travel by the reference tracker, direction detection giving up on a sky that only the
  * horizontal bands see, and chroma crossed at seams when half the frame width is odd.

@@ -4,7 +4,7 @@ package com.velqor.camera.rvk;
  * Chooses the engine's profile for the captures started afterwards (by
  * {@link VideoRVK#_InitRVK}); a capture under way keeps the one it started with.
  *
- * <p>{@link #EXACT}, the default, runs the engine as specified. {@link #QUALITY} corrects
+ * <p>{@link #EXACT}, the default, runs the engine unchanged. {@link #QUALITY} corrects
  * what spoils real panoramas: small steps read as drift, a sweep starting on sky given
  * up, and colour fringes at seams when half the frame width is odd. Call it from the
  * thread that drives the captures.
