@@ -128,7 +128,8 @@ void TouchImage(const ZMOSIMAGE* image) {
   const Layout l = LayoutOf(image->dwFormat, image->lWidth, image->lHeight);
   volatile std::uint32_t sum = 0;
   for (int p = 0; p < l.planes; ++p) {
-    if (image->pPlane[p] == nullptr) continue;
+    // An image may be empty across and still tall (zero bytes a row): nothing to read.
+    if (image->pPlane[p] == nullptr || l.row_bytes[p] <= 0) continue;
     for (std::int64_t y = 0; y < l.rows[p]; ++y)
       for (std::int64_t x = 0; x < l.row_bytes[p]; ++x)
         sum = sum + image->pPlane[p][y * image->lPitch[p] + x];
