@@ -19,6 +19,9 @@ void Direct(Input& in, MHandle mem, GuardedBuffer& work) {
   const std::int32_t fw = 2 * in.Range(0, 80), fh = 2 * in.Range(0, 60);
   const std::int32_t cw = in.Range(0, 3) == 0 ? in.Edgy(-4, 600) : fw * in.Range(1, 4);
   const std::int32_t ch = in.Range(0, 3) == 0 ? in.Edgy(-4, 600) : fh * in.Range(1, 4);
+  // From the process heap a canvas of tens of megapixels is the host's request; it only
+  // slows the run down (every pixel is read back at the end).
+  if (mem == nullptr && std::int64_t{cw} * ch > (4 << 20)) return;
   ZMOSDIRECTSTITCHER* dis = nullptr;
   if (ZMOSCreateDirectImageStitcher_DIS(&dis, cw, ch, format, direction, in.Edgy(-2, 40), mem) !=
       0) {
@@ -65,6 +68,7 @@ void Recording(Input& in, MHandle mem, GuardedBuffer& work) {
   ZMOSIMAGESTITCHER* isr = nullptr;
   const std::int32_t rw = in.Range(0, 3) == 0 ? in.Edgy(-4, 900) : fw * in.Range(1, 5);
   const std::int32_t rh = in.Range(0, 3) == 0 ? in.Edgy(-4, 400) : fh;
+  if (mem == nullptr && std::int64_t{rw} * rh > (4 << 20)) return;
   if (ZMOSCreateImageStitcher_ISR(&isr, rw, rh, format, direction, in.Edgy(-2, 30), mem) != 0) {
     ZMOSReleaseImageStitcher_ISR(&isr);
     return;
