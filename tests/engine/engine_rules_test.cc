@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lumivex/lumivex.h"
+#include "src/engine/sweep_stitcher.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -236,6 +237,53 @@ TEST(SelectionReports, FinishFlagIsExchangedWithTheHost) {
   ZMOSCalculateAngle_SWT(s, &angle);
   EXPECT_EQ(angle, 180);
   ZMOSReleaseSweepStitcher_SWT(&s);
+}
+
+}  // namespace
+
+namespace {
+
+// Several bands: the canvas is 2.6 frame widths long (twice the width down), the strips
+// sit at a tenth of the frame apart around its middle, and the stitch trims every band
+// to one width.
+TEST(SweepStitcher, MultiBandLayoutFollowsItsRules) {
+  const lumivex::test::Plane8* scene = lumivex::test::Photo();
+  if (scene == nullptr) GTEST_SKIP() << "no test photograph";
+  constexpr int kW = 320, kH = 240;
+  for (int bands : {2, 3, 4}) {
+    SCOPED_TRACE(testing::Message() << bands << " bands");
+    std::vector<std::uint8_t> work(32 << 20);
+    const ZMOSSWTPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 0, 0};
+    ZMOSSWEEPSTITCHER* s = nullptr;
+    ASSERT_EQ(ZMOSCreateSweepStitcher_SWT(&s, &param, bands, nullptr), 0);
+    std::int32_t offset[2], status = 0, finish = 0;
+    int k = 0;
+    for (; k < 150 && !s->bFinished; ++k) {
+      lumivex::test::Frame frame(*scene, 1200 + 7 * k, 1300, kW, kH);
+      finish = 0;
+      ASSERT_EQ(ZMOSSelectFrame_SWT(s, frame.get(), frame.get(), offset, &status, &finish), 0);
+    }
+    ASSERT_EQ(s->lDirection, 0);
+    EXPECT_EQ(
+        s->lPanoWidth,
+        static_cast<std::int32_t>(static_cast<double>(static_cast<float>(kW) * 2.6f) + 0.5) & ~3);
+    const int spacing = (kW / 10) & ~1;
+    const int first = bands % 2 ? (kW / 2 - spacing * (bands - 1) / 2) & ~1
+                                : (kW / 2 - spacing / 2 - spacing * (bands / 2 - 1)) & ~1;
+    for (int i = 0; i < bands; ++i) EXPECT_EQ(s->plStripPos[i], first + i * spacing) << i;
+    EXPECT_EQ(s->lStripStart, 0);
+    EXPECT_EQ(s->lStripEnd, 0);
+    EXPECT_TRUE(s->bFinished) << "the sweep ends past the canvas or at the frame limit";
+    ASSERT_EQ(ZMOSImageStitcherRun_SWT(s), 0);
+    ZMOSIMAGE** images = nullptr;
+    std::int32_t count = 0;
+    ZMOSGetResultImagesN(s, &images, &count);
+    ASSERT_EQ(count, bands);
+    ASSERT_EQ(s->bResultWide, 1);
+    for (int i = 1; i < bands; ++i) EXPECT_EQ(images[i]->lWidth, images[0]->lWidth) << i;
+    EXPECT_EQ(images[0]->lWidth % 16, 0);
+    ZMOSReleaseSweepStitcher_SWT(&s);
+  }
 }
 
 }  // namespace
