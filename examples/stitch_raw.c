@@ -84,8 +84,8 @@ int main(int argc, char** argv) {
     for (int32_t y = 0; y < pano.lHeight / 2; ++y)
       fwrite(pano.pPlane[1] + (size_t)y * pano.lPitch[1], 1, (size_t)pano.lWidth, out);
     fclose(out);
-    printf("%d frames, %d kept, angle %d: panorama %d x %d\n", frames, kept, angle,
-           pano.lWidth, pano.lHeight);
+    printf("%d frames, %d kept, angle %d: panorama %d x %d\n", frames, kept, angle, pano.lWidth,
+           pano.lHeight);
   }
   ZMOS_UnInit(&engine); /* the panorama's pixels live in the work buffer until here */
   free(work);

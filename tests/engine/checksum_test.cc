@@ -140,9 +140,7 @@ TEST(PanoramaChecksums, ExactOutputOfDeterministicSweeps) {
   }
   // Vertical sweeps run over the photograph turned on its side, so that they travel
   // through the textured land rather than up into the sky.
-  const ColourPlanes turned{lumivex::test::Transposed(photo->y),
-                            lumivex::test::Transposed(photo->u),
-                            lumivex::test::Transposed(photo->v)};
+  const ColourPlanes& turned = *lumivex::test::TurnedColourPhoto();
   // 854-wide frames (half of it odd) need the full-size photograph to fit a whole sweep.
   const Plane8* luma = lumivex::test::Photo();
   ASSERT_NE(luma, nullptr);

@@ -101,9 +101,7 @@ TEST(Profile, SmallStepsGiveThePhotographBack) {
     if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
     GTEST_SKIP();
   }
-  const ColourPlanes turned{lumivex::test::Transposed(photo->y),
-                            lumivex::test::Transposed(photo->u),
-                            lumivex::test::Transposed(photo->v)};
+  const ColourPlanes& turned = *lumivex::test::TurnedColourPhoto();
   int exact_wrong = 0;
   for (int direction = 0; direction < 4; ++direction) {
     for (int step : {5, 8}) {

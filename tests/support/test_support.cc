@@ -152,6 +152,16 @@ Plane8 Transposed(const Plane8& p) {
   return t;
 }
 
+const ColourPlanes* TurnedColourPhoto() {
+  static const ColourPlanes* turned = [] {
+    const ColourPlanes* photo = ColourPhoto();
+    return photo == nullptr
+               ? nullptr
+               : new ColourPlanes{Transposed(photo->y), Transposed(photo->u), Transposed(photo->v)};
+  }();
+  return turned;
+}
+
 std::int32_t HandlerWorkBufferSize(std::int32_t w, std::int32_t h) {
   const std::int64_t side = std::max(w, h);
   return static_cast<std::int32_t>(3LL * w * h + 35 * ((side * ((side / 5) & ~3) * 3LL) / 2) +

@@ -119,6 +119,11 @@ Plane8 Transposed(const Plane8& p);
 // the landscape and portrait terms.
 std::int32_t HandlerWorkBufferSize(std::int32_t w, std::int32_t h);
 
+// The half-size colour photograph turned on its side, made once: vertical sweeps over it
+// travel through the textured land rather than up into the sky. Null when the photograph
+// is missing.
+const ColourPlanes* TurnedColourPhoto();
+
 // Smooth random texture (sum of soft blobs at several scales), reproducible everywhere.
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed);
 
