@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include "lumivex/lumivex.h"
@@ -126,7 +127,9 @@ TEST(SelectionTail, TheFrameThatEndsACaptureReportsItsTravel) {
     const std::int32_t res =
         ZMOS_SelectFrames(engine, &full, frame.get(), offset, &kept, flags, &angle);
     EXPECT_EQ(res, last ? ZMOS_ERR_UNSUPPORTED_FORMAT : 0) << k;
-    if (moving) EXPECT_EQ(offset[0] - previous, kStep) << "frame " << k;
+    if (moving) {
+      EXPECT_EQ(offset[0] - previous, kStep) << "frame " << k;
+    }
     moving = moving || offset[0] != 0;
     previous = offset[0];
   }
@@ -224,7 +227,9 @@ TEST(SelectionReports, FinishFlagIsExchangedWithTheHost) {
     lumivex::test::Frame frame(*scene, 1500 + 8 * k, 1300, kW, kH);
     finish = k == 20 ? 1 : 0;
     ASSERT_EQ(ZMOSSelectFrame_SWT(s, frame.get(), frame.get(), offset, &status, &finish), 0);
-    if (k < 20) EXPECT_EQ(finish, 0) << k;
+    if (k < 20) {
+      EXPECT_EQ(finish, 0) << k;
+    }
     if (k > 20) {
       // A finished sweep goes straight to the tail: nothing kept, the flag not exchanged.
       EXPECT_EQ(finish, 0) << k;
@@ -284,6 +289,78 @@ TEST(SweepStitcher, MultiBandLayoutFollowsItsRules) {
     EXPECT_EQ(images[0]->lWidth % 16, 0);
     ZMOSReleaseSweepStitcher_SWT(&s);
   }
+}
+
+}  // namespace
+
+namespace {
+
+struct SelectRun {
+  ZMOSSWEEPSTITCHER* s = nullptr;
+  std::vector<std::uint8_t> work = std::vector<std::uint8_t>(8 << 20);
+  std::int32_t status = 0;
+  SelectRun() {
+    const ZMOSSWTPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 0, 0};
+    EXPECT_EQ(ZMOSCreateSweepStitcher_SWT(&s, &param, 1, nullptr), 0);
+  }
+  ~SelectRun() { ZMOSReleaseSweepStitcher_SWT(&s); }
+  void Feed(const lumivex::test::Plane8& scene, int x, int y) {
+    lumivex::test::Frame frame(scene, x, y, 320, 240);
+    std::int32_t offset[2], finish = 0;
+    ASSERT_EQ(ZMOSSelectFrame_SWT(s, frame.get(), frame.get(), offset, &status, &finish), 0);
+  }
+  // Moves right until the direction is found, then holds still until `count` frames.
+  void DetectThenHold(const lumivex::test::Plane8& scene, int* x, int count) {
+    for (int k = 0; k < 20 && s->lDirection == ZMOS_DIRECTION_UNKNOWN; ++k)
+      Feed(scene, *x += 8, 1300);
+    ASSERT_EQ(s->lDirection, 0);
+    while (s->lFrameCount < count) Feed(scene, *x, 1300);
+    ASSERT_EQ(s->bNoSecondFrame, 1);
+  }
+};
+
+// Without a second kept frame, travel from the 42nd frame after detection on is summed
+// into totals that live as long as the process; the sweep has gone wrong once they lean
+// to the other axis. A later capture starts from what the earlier one left.
+TEST(SelectionReports, WrongAxisTotalsStartLateAndOutliveTheCapture) {
+  const lumivex::test::Plane8* scene = lumivex::test::Photo();
+  if (scene == nullptr) GTEST_SKIP() << "no test photograph";
+  lumivex::engine::g_WrongAxis = {};
+  {
+    SelectRun run;
+    int x = 1500;
+    run.DetectThenHold(*scene, &x, 40);
+    run.Feed(*scene, x, 1310);  // the 41st frame: not summed
+    EXPECT_NE(run.status, ZMOS_SELECT_WRONG);
+    run.Feed(*scene, x, 1320);  // the 42nd: summed, and vertical
+    EXPECT_EQ(run.status, ZMOS_SELECT_WRONG);
+  }
+  const lumivex::engine::WrongAxisSums left = lumivex::engine::g_WrongAxis;
+  ASSERT_GT(std::abs(left.sy), 2 * std::abs(left.sx));
+  SelectRun run;
+  int x = 1500;
+  run.DetectThenHold(*scene, &x, 41);
+  // Holding still adds only the travel along the sweep, on top of the last capture's totals.
+  run.Feed(*scene, x, 1300);
+  EXPECT_EQ(run.status, ZMOS_SELECT_WRONG);
+}
+
+// A single-band sweep also completes one kept frame before the frame limit.
+TEST(SelectionReports, FrameLimitCompletesTheSweep) {
+  const lumivex::test::Plane8* scene = lumivex::test::Photo();
+  if (scene == nullptr) GTEST_SKIP() << "no test photograph";
+  SelectRun run;
+  int limit_at = -1;
+  for (int k = 0; k < 100 && !run.s->bFinished; ++k) {
+    run.Feed(*scene, 1000 + 9 * k, 1300);
+    if (limit_at < 0 && run.s->lKeptCount == 2) {
+      limit_at = run.s->lKeptCount;
+      run.s->lMaxKeptFrames = limit_at + 3;
+    }
+  }
+  ASSERT_GE(limit_at, 0);
+  EXPECT_TRUE(run.s->bFinished);
+  EXPECT_EQ(run.s->lKeptCount, limit_at + 3);
 }
 
 }  // namespace

@@ -163,6 +163,13 @@ TEST(RegionCopy, OddRectKeepsChromaComponentsInPhase) {
           if (packed) {
             ASSERT_EQ(dst.at(0, 2 * (dl + x) + (chroma ^ 1), dt + y),
                       src.at(0, 2 * (sl + x) + (chroma ^ 1), st + y));
+            // Onto an even column from an odd one, a pair takes both chroma bytes from the
+            // source pair that holds its first pixel.
+            if (!(dl & 1) && (sl & 1) && x % 2 == 0 && x + 1 < w) {
+              for (int c = 0; c < 4; c += 2)
+                ASSERT_EQ(dst.at(0, 2 * (dl + x) + chroma + c, dt + y),
+                          src.at(0, 2 * (sl + x - 1) + chroma + c, st + y));
+            }
           } else {
             ASSERT_EQ(dst.at(0, dl + x, dt + y), src.at(0, sl + x, st + y));
           }

@@ -50,20 +50,21 @@ TEST(ImageStack, FirstInFirstOutWithValuesAndTheLastFlag) {
 TEST(ImageStack, FailedInsertionsCountAndAddsRewind) {
   lumivex::test::WorkArena arena(1 << 20);
   ZMOSIMAGESTACK* s = nullptr;
-  ASSERT_EQ(ZMOSCreateImageStack_SIS(&s, 3, arena.handle()), 0);
+  ASSERT_EQ(ZMOSCreateImageStack_SIS(&s, 4, arena.handle()), 0);
   GuardedImage frame(ZMOS_FORMAT_NV21, 64, 32, 0, 5);
   const ZMOSRECT bad{10, 0, 4, 8}, a{0, 0, 8, 8}, b{8, 0, 16, 8};
   EXPECT_NE(ZMOSAddImageIntoStack_SIS(s, frame.get(), 1, 1, 1, 1, 1, &bad), 0);
   ASSERT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), 2, 2, 2, 2, 2, &a), 0);
+  ASSERT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), 3, 3, 3, 3, 3, &b), 0);
   ZMOSIMAGE* img = nullptr;
   std::int32_t t1, t2, v1, v2, v3, last = 0;
   ASSERT_EQ(ZMOSGetImageFromStack_SIS(s, &img, &t1, &t2, &v1, &v2, &v3, &last), 0);
   EXPECT_EQ(t1, 2);  // the image of the second add...
   EXPECT_EQ(v1, 1);  // ...with the values of the first entry, which the failure kept
-  ASSERT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), 3, 3, 3, 3, 3, &b), 0);
+  ASSERT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), 4, 4, 4, 4, 4, &b), 0);
   ASSERT_EQ(ZMOSGetImageFromStack_SIS(s, &img, &t1, &t2, &v1, &v2, &v3, &last), 0);
-  EXPECT_EQ(t1, 2);  // reading starts over from the first image
-  EXPECT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), 4, 4, 4, 4, 4, &a), 2);  // three entries
+  EXPECT_EQ(t1, 2);  // reading starts over from the first image, not from where it was
+  EXPECT_EQ(ZMOSAddImageIntoStack_SIS(s, frame.get(), 5, 5, 5, 5, 5, &a), 2);  // four entries
   ZMOSReleaseImageStack_SIS(&s);
   EXPECT_EQ(arena.UsedBlocks(), 1);  // the failed insertion's list node stays in the buffer
 

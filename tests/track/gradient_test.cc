@@ -86,6 +86,21 @@ TEST(Gradient, TrackerRecoversShifts) {
       ZMOSReleaseVideoTracker_PBM(&t);
     }
   }
+  // Over a sequence with swaps, the horizontal sweep measures each frame against the one
+  // before, the vertical sweep keeps measuring against its first frame.
+  for (int mode : {0, 1}) {
+    ZMOSVideoTracker* t = nullptr;
+    ASSERT_EQ(ZMOSCreateVideoTracker_PBM(&t, 640, 480, mode, nullptr), 0);
+    std::int32_t off[2] = {0, 0};
+    for (int k = 0; k < 3; ++k) {
+      const int step = 6 * k;
+      Frame f(*photo, 2000 + (mode == 0 ? step : 0), 1300 + (mode == 1 ? step : 0), 640, 480);
+      ASSERT_EQ(ZMOSVideoTrackerGradientRun_PBM(t, f.get(), off, 1), 0);
+      if (k == 0) continue;
+      EXPECT_EQ(off[mode], mode == 0 ? 6 : step) << "mode " << mode << " frame " << k;
+    }
+    ZMOSReleaseVideoTracker_PBM(&t);
+  }
 }
 
 }  // namespace
