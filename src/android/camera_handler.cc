@@ -29,7 +29,6 @@ struct CCamHandlerVideoRVK {
   // Binding bookkeeping: the handler's own key and its result bitmap's.
   std::int32_t lKey;
   std::int32_t lBitmapKey;
-  bool bStitched;
 };
 
 namespace {
@@ -77,14 +76,12 @@ std::int32_t Forward(CCamHandlerVideoRVK* h) {
   h->bFinished = 1;
   _LOG2FILE("Forward bFinished=%d", h->bFinished);
   std::int32_t res = 0;
-  // The panorama is handed over once; a later stop does not stitch the canvas again.
-  if (h->pResultMem != nullptr && !h->bStitched) {
+  if (h->pResultMem != nullptr) {
     MMemSet(h->pResultMem, 0, h->lResultMemSize);
     _LOG2FILE("ZMOS_Stitch ....");
     ZMOSIMAGE result{};
     res = ZMOS_Stitch(h->hEngine, &result, StitchProgress);
     _LOG2FILE("ZMOS_Stitch  res = %d", res);
-    h->bStitched = true;
     if (res != 0) {
       Notify(h, 3, nullptr);
       _LOG2FILE("ZMOS_Stitch error res = %d", res);

@@ -174,6 +174,45 @@ public final class RvkCaptureTest {
         "that result is the first frame");
     VideoRVK._UninitRVK(key);
 
+    // The same sweep played backwards: right to left, tip 2.
+    List<byte[]> reversed = new ArrayList<>(frames);
+    java.util.Collections.reverse(reversed);
+    Recorder back = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(back), 30, width, height);
+    for (byte[] f : reversed) {
+      if (VideoRVK._ProcessRVK(key, f, width, height) != 0 || back.count(2) > 0) break;
+    }
+    MPanoInfo backLast = (MPanoInfo) back.last(1);
+    check(back.count(2) == 1 && backLast != null && backLast.direction == 2,
+        "a right-to-left sweep completes with tip 2: " + backLast);
+    VideoRVK._UninitRVK(key);
+
+    // Turning back mid-sweep is an engine failure: progress jumps to 180 and what was kept
+    // is stitched. Stopping again stitches again.
+    Recorder turned = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(turned), 30, width, height);
+    int k = 0, status = 0;
+    for (; k < 25; k++) VideoRVK._ProcessRVK(key, frames.get(k), width, height);
+    for (k -= 2; k >= 0 && turned.count(2) == 0; k -= 3) {
+      status = VideoRVK._ProcessRVK(key, frames.get(k), width, height);
+    }
+    MPanoInfo turnedLast = (MPanoInfo) turned.last(1);
+    check(status == 0 && turned.count(2) == 1 && turnedLast != null && turnedLast.angle == 180,
+        "turning back ends the capture with 180 degrees and a result: " + turnedLast);
+    check(VideoRVK._StopProcessRVK(key) == 0 && VideoRVK._StopProcessRVK(key) == 0
+            && turned.count(2) == 3,
+        "every stop stitches again and delivers a result");
+    VideoRVK._UninitRVK(key);
+
+    // A failed stitch (not reachable with the handler's own buffer sizes) is reported with
+    // the failure value 1.
+    Recorder failed = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(failed), 30, width, height);
+    HostKit.notifyRaw(key, 3);
+    check(failed.ids.size() == 1 && Integer.valueOf(1).equals(failed.last(3)),
+        "notification 3 carries Integer 1");
+    VideoRVK._UninitRVK(key);
+
     // maxNumber 31 is clamped like 0 (the log shows m_dwRVKMaxNumber=30 for both).
     key = VideoRVK._InitRVK(null, new VideoRVK(null), 31, width, height);
     check(key != 0, "maxNumber 31 initialises");
