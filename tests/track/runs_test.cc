@@ -119,44 +119,6 @@ TEST_F(TrackerRuns, RecoverSweepAxisShiftsOverTheWholeRange) {
   }
 }
 
-// A hand-held sweep: varying speed along the axis, jitter across it, 36 frames with a
-// swap after each. The sweep axis is always within a pixel. Across it, the plain tracker
-// moves its rectangle by the sweep offset and stays within a pixel too; the FF run does
-// not compensate, and the RF run only from 11 pixels on, so a few of their cross-axis
-// estimates may stray on content that changes between the rows or columns.
-TEST_F(TrackerRuns, FollowCombinedShiftsOverALongSequence) {
-  for (int mode : {0, 1}) {
-    for (Kind kind : {Kind::kPlain, Kind::kFF, Kind::kRF}) {
-      SCOPED_TRACE(testing::Message() << Name(kind) << " mode " << mode);
-      Driver driver(kind, mode);
-      test::Rng rng(17 + mode);
-      int x = 1200, y = 1100;
-      Frame start(*photo_, x, y, kW, kH);
-      driver.Step(start.get(), mode);
-      int cross_within_1 = 0, worst_cross = 0;
-      constexpr int kFrames = 36;
-      for (int k = 0; k < kFrames; ++k) {
-        const int along = rng.Range(3, mode == 0 ? 40 : 16), across = rng.Range(-2, 2);
-        const int dx = mode == 0 ? along : across, dy = mode == 0 ? across : along;
-        x += dx;
-        y += dy;
-        Frame frame(*photo_, x, y, kW, kH);
-        const auto off = driver.Step(frame.get(), mode);
-        const int along_err = mode == 0 ? std::abs(off[0] - dx) : std::abs(off[1] - dy);
-        const int cross_err = mode == 0 ? std::abs(off[1] - dy) : std::abs(off[0] - dx);
-        EXPECT_LE(along_err, 1) << "frame " << k << " true " << dx << "," << dy;
-        if (kind == Kind::kPlain) {
-          EXPECT_LE(cross_err, 1) << "frame " << k;
-        }
-        cross_within_1 += cross_err <= 1;
-        worst_cross = std::max(worst_cross, cross_err);
-      }
-      EXPECT_GE(cross_within_1, kFrames * 9 / 10);
-      EXPECT_LE(worst_cross, 24);
-    }
-  }
-}
-
 TEST(TrackerFallbacks, FlatFramesUseTheGradientMatcherAndPredictions) {
   test::Plane8 flat{kW, kH, std::vector<std::uint8_t>(kW * kH, 90)};
   Frame a(flat, 0, 0, kW, kH), b(flat, 0, 0, kW, kH);
