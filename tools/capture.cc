@@ -112,7 +112,10 @@ bool Capture::Feed(Yuv420& frame) {
   if (rec.kept) angle_ = angle;
   records_.push_back(rec);
   WriteDebug(frame);
-  if (rec.result != 0) {
+  if (rec.result == ZMOS_ERR_TOO_FAST && options_.profile == ZMOS_PROFILE_QUALITY) {
+    // The quality engine restarts from a too-fast frame: warn and keep feeding.
+    Warn(rec.result);
+  } else if (rec.result != 0) {
     // As on the phone: any engine failure ends the capture, and what was kept is stitched.
     end_code_ = rec.result;
     Warn(rec.result);

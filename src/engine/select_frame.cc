@@ -239,11 +239,15 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
 
     // The selector writes the travel before it reports a failure; the tail reports it.
     std::int32_t travel[2] = {0, 0};
-    res = lumivex::select::RunBySF(s.hFrameSelector, &frame, &track, travel, &status, PolicyOf(&s));
+    bool restarted = false;
+    res = lumivex::select::RunBySF(s.hFrameSelector, &frame, &track, travel, &status, PolicyOf(&s),
+                                   &restarted);
     dx = travel[0];
     dy = travel[1];
     if (res != 0) return;
-    if (status == ZMOS_SELECT_KEEP) {
+    // A too-fast frame the selector restarted from is laid like a kept one; the host is
+    // still told it was too fast.
+    if (status == ZMOS_SELECT_KEEP || restarted) {
       bool drifted = false;
       res = Keep(s, frame, dx, dy, &drifted);
       if (res != 0) return;

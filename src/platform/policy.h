@@ -19,13 +19,17 @@ struct Policy {
   // The overlap kept for blending is cut keeping chroma pairs in phase, so an odd cut
   // (half of 854, 1366 ...) never blends U with V.
   bool keep_overlap_chroma_phase = false;
+  // A frame that travelled farther than a strip is kept with its travel cut to one strip,
+  // and tracking restarts from it: a moment of haste skips some scenery instead of
+  // leaving every later frame measured (and predicted) against a frame left far behind.
+  bool keep_too_fast_frames = false;
 
   // Smallest sweep-axis shift for which the cross-axis projection is moved.
   constexpr std::int32_t MinCompensatedShift() const { return compensate_small_shifts ? 1 : 11; }
 };
 
 inline constexpr Policy kExactPolicy{};
-inline constexpr Policy kQualityPolicy{true, true, true};
+inline constexpr Policy kQualityPolicy{true, true, true, true};
 
 }  // namespace lumivex
 

@@ -74,20 +74,31 @@ std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc) {
 namespace {
 
 // Reports the travel, then either restarts it (first four frames after a keep, measured
-// against the kept frame itself) or moves the trackers' reference to this frame.
+// against the kept frame itself) or moves the trackers' reference to this frame. An
+// anchoring frame (a keep) also starts the travel over.
 template <typename Swap>
 void Conclude(ZMOSFRAMESELECTOR& s, Accumulators& acc, std::int32_t status, std::int32_t* offset,
-              std::int32_t* status_out, Swap swap) {
+              std::int32_t* status_out, Swap swap, bool anchor) {
   offset[0] = s.lLastX = acc.x;
   offset[1] = s.lLastY = acc.y;
   s.lStatus = status;
   *status_out = status;
-  if (acc.n < 5 && status != ZMOS_SELECT_KEEP) {
+  if (acc.n < 5 && !anchor) {
     acc.x = acc.y = 0;
     return;
   }
   swap();
-  if (status == ZMOS_SELECT_KEEP) acc.x = acc.y = acc.n = 0;
+  if (anchor) acc.x = acc.y = acc.n = 0;
+}
+
+// Cuts travel past the strip back to one strip along the sweep; false when the frame is
+// too fast for another reason (a jump back) and keeps its travel.
+bool CutToStrip(const ZMOSFRAMESELECTOR& s, Accumulators& acc) {
+  std::int32_t* along = s.lDirection == 0 || s.lDirection == 1 ? &acc.x : &acc.y;
+  const std::int32_t sign = s.lDirection == 0 || s.lDirection == 2 ? 1 : -1;
+  if (WrapMul(sign, *along) <= s.lMaxStep) return false;
+  *along = sign * s.lMaxStep;
+  return true;
 }
 
 bool ValidFrames(const ZMOSIMAGE* frame, const ZMOSIMAGE* track, const std::int32_t* offset,
@@ -141,7 +152,8 @@ int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAG
 
 std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
                                       const ZMOSIMAGE* pTrackFrame, std::int32_t* plOffset,
-                                      std::int32_t* plStatus, const Policy& policy) {
+                                      std::int32_t* plStatus, const Policy& policy,
+                                      bool* restarted) {
   if (hSelector == nullptr || !ValidFrames(pFrame, pTrackFrame, plOffset, plStatus))
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSFRAMESELECTOR& s = *hSelector;
@@ -201,10 +213,16 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   acc.y = WrapAdd(acc.y, predicted[1]);
   acc.n += 1;
   const std::int32_t status = Decide(s, acc, big_w >> 2, big_h >> 2);
-  Conclude(s, acc, status, plOffset, plStatus, [&] {
-    ZMOSVideoTrackerSwapRF_PBM(s.hTrackerRF, pFrame);
-    ZMOSVideoTrackerSwapFF_PBM(s.hTrackerFF, pTrackFrame);
-  });
+  const bool restart =
+      status == ZMOS_SELECT_TOO_FAST && policy.keep_too_fast_frames && CutToStrip(s, acc);
+  if (restarted != nullptr) *restarted = restart;
+  Conclude(
+      s, acc, status, plOffset, plStatus,
+      [&] {
+        ZMOSVideoTrackerSwapRF_PBM(s.hTrackerRF, pFrame);
+        ZMOSVideoTrackerSwapFF_PBM(s.hTrackerFF, pTrackFrame);
+      },
+      status == ZMOS_SELECT_KEEP || restart);
   return res;
 }
 
@@ -235,8 +253,10 @@ int32_t ZMOSFrameSelectorRun_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* p
   acc.x = WrapAdd(acc.x, measured[0]);
   acc.y = WrapAdd(acc.y, measured[1]);
   acc.n += 1;
-  Conclude(s, acc, DecideSingle(s, acc), plOffset, plStatus,
-           [&] { ZMOSVideoTrackerSwap_PBM(s.hTrackerRF, pFrame); });
+  const std::int32_t status = DecideSingle(s, acc);
+  Conclude(
+      s, acc, status, plOffset, plStatus, [&] { ZMOSVideoTrackerSwap_PBM(s.hTrackerRF, pFrame); },
+      status == ZMOS_SELECT_KEEP);
   return res;
 }
 

@@ -40,9 +40,11 @@ std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::in
 std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc);
 
 // ZMOSFrameSelectorRunBySF_FS under the policy of the engine that runs it (the exported
-// function is always exact).
+// function is always exact). *restarted tells that a too-fast frame became the new
+// reference with its travel cut to one strip (the caller keeps it).
 std::int32_t RunBySF(ZMOSFRAMESELECTOR* selector, const ZMOSIMAGE* frame, const ZMOSIMAGE* track,
-                     std::int32_t* offset, std::int32_t* status, const Policy& policy);
+                     std::int32_t* offset, std::int32_t* status, const Policy& policy,
+                     bool* restarted = nullptr);
 
 }  // namespace lumivex::select
 

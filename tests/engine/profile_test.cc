@@ -191,4 +191,49 @@ TEST(Profile, OddSeamsKeepChromaInPhase) {
   }
 }
 
+// One frame three strips ahead, then the steady pace again, with a host that keeps feeding
+// after "too fast". The exact engine keeps measuring against the frame left behind and
+// never keeps another; the quality engine lays the hasty frame one strip on and completes.
+TEST(Profile, TooFastFrameIsSurvived) {
+  const ColourPlanes* photo = lumivex::test::ColourPhoto();
+  if (photo == nullptr) GTEST_SKIP() << "no test photograph";
+  for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
+    SCOPED_TRACE(testing::Message() << "profile " << profile);
+    std::vector<std::uint8_t> work(lumivex::test::HandlerWorkBufferSize(640, 480));
+    ZMOSSWEEPSTITCHER* engine = nullptr;
+    ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 640, 480, 640,
+                        480};
+    ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
+    ASSERT_EQ(ZMOS_SetProfile(engine, profile), 0);
+    std::int32_t kept = 0, angle = 0;
+    int x = 40, too_fast = 0, kept_after = 0, other = 0;
+    for (int k = 0; k < 160 && angle < 180; ++k) {
+      x += k == 30 ? 180 : 16;
+      Frame frame(*photo, x, 1000, 640, 480);
+      std::int32_t offset[2], flags[4];
+      const std::int32_t before = kept;
+      const std::int32_t res =
+          ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
+      too_fast += res == ZMOS_ERR_TOO_FAST;
+      if (k > 30) kept_after += kept > before;
+      if (res != 0 && res != ZMOS_ERR_TOO_FAST) {
+        other = res;
+        break;
+      }
+    }
+    if (profile == ZMOS_PROFILE_EXACT) {
+      EXPECT_GT(too_fast, 20);
+      EXPECT_EQ(kept_after, 0);
+    } else {
+      EXPECT_EQ(too_fast, 1);
+      EXPECT_EQ(other, 0);
+      EXPECT_EQ(angle, 180);
+      ZMOSIMAGE pano{};
+      ASSERT_EQ(ZMOS_Stitch(engine, &pano, nullptr), 0);
+      EXPECT_EQ(pano.lWidth, 1920);
+    }
+    ZMOS_UnInit(&engine);
+  }
+}
+
 }  // namespace
