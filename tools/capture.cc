@@ -73,7 +73,7 @@ Capture::Capture(int width, int height, std::uint32_t format, CaptureOptions opt
                    options_.debug_dir.c_str());
       options_.debug_dir.clear();
     } else {
-      std::fputs("frame,result,kept,angle,offset_x,offset_y,direction\n", csv);
+      std::fputs("frame,result,kept,angle,offset_x,offset_y,direction,coasting\n", csv);
       std::fclose(csv);
     }
   }
@@ -101,6 +101,8 @@ bool Capture::Feed(Yuv420& frame) {
   engine_ms_ +=
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
   rec.kept = kept == 1;
+  rec.coasting = ZMOS_IsCoasting(engine_) != 0;
+  coasted_ += rec.coasting;
   rec.angle = angle;
   rec.offset_x = offset[0];
   rec.offset_y = offset[1];
@@ -217,9 +219,10 @@ std::vector<Capture::Seam> Capture::Seams() const {
 void Capture::DrawProgress() {
   if (!options_.progress) return;
   const int filled = std::clamp(angle_ * 30 / 180, 0, 30);
-  std::fprintf(stderr, "\r%3d deg [%.*s%.*s] %-13s kept %4d  frame %5d", angle_, filled,
+  std::fprintf(stderr, "\r%3d deg [%.*s%.*s] %-13s kept %4d  frame %5d%s", angle_, filled,
                "##############################", 30 - filled, "..............................",
-               DirectionName(direction_), kept_, frames_read());
+               DirectionName(direction_), kept_, frames_read(),
+               !records_.empty() && records_.back().coasting ? "  coasting" : "          ");
 }
 
 void Capture::Warn(std::int32_t code) {
@@ -241,8 +244,8 @@ void Capture::WriteDebug(const Yuv420&) {
   if (options_.debug_dir.empty()) return;
   const FrameRecord& r = records_.back();
   if (std::FILE* csv = std::fopen((options_.debug_dir + "/frames.csv").c_str(), "a")) {
-    std::fprintf(csv, "%d,%d,%d,%d,%d,%d,%d\n", r.index, r.result, r.kept ? 1 : 0, r.angle,
-                 r.offset_x, r.offset_y, r.direction);
+    std::fprintf(csv, "%d,%d,%d,%d,%d,%d,%d,%d\n", r.index, r.result, r.kept ? 1 : 0, r.angle,
+                 r.offset_x, r.offset_y, r.direction, r.coasting ? 1 : 0);
     std::fclose(csv);
   }
   if (r.kept && ui_.pPlane[0] != nullptr && ui_.lWidth > 0) {

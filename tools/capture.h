@@ -28,6 +28,7 @@ struct FrameRecord {
   std::int32_t angle = 0;
   std::int32_t offset_x = 0, offset_y = 0;  // the engine's report (y negated)
   std::int32_t direction = -1;
+  bool coasting = false;  // travel carried through a plain stretch
 };
 
 struct CaptureOptions {
@@ -54,6 +55,7 @@ class Capture {
   const std::vector<FrameRecord>& records() const { return records_; }
   int frames_read() const { return static_cast<int>(records_.size()); }
   int frames_kept() const { return kept_; }
+  int frames_coasted() const { return coasted_; }
   std::int32_t direction() const { return direction_; }
   int detected_at() const { return detected_at_; }
   bool complete() const { return angle_ >= 180 && end_code_ == 0; }
@@ -84,7 +86,7 @@ class Capture {
   ZMOSIMAGE ui_{};
   std::int32_t ui_rect_[4] = {0, 0, 0, 0};
   std::int32_t angle_ = 0, direction_ = -1, end_code_ = 0, stitch_result_ = -1;
-  int kept_ = 0, detected_at_ = -1;
+  int kept_ = 0, coasted_ = 0, detected_at_ = -1;
   bool ended_ = false, finished_ = false, narrow_ = true, warned_[3] = {false, false, false};
   bool preview_failed_ = false;
   double engine_ms_ = 0;

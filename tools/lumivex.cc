@@ -159,6 +159,9 @@ int ExitFor(const Capture& cap) {
 void PrintSummary(const Capture& cap, const std::string& output) {
   std::printf("frames read      %d\n", cap.frames_read());
   std::printf("frames kept      %d\n", cap.frames_kept());
+  if (cap.frames_coasted() > 0)
+    std::printf("frames coasted   %d (too plain to measure; the recent speed was carried)\n",
+                cap.frames_coasted());
   std::printf("direction        %s\n", DirectionName(cap.direction()));
   std::printf("ended            %s\n", cap.complete()        ? "sweep complete (180 degrees)"
                                        : cap.end_code() != 0 ? Describe(cap.end_code()).c_str()

@@ -68,13 +68,17 @@ LUMIVEX_API int32_t ZMOS_UnInit(ZMOSSWEEPSTITCHER** phEngine);
 /* Profiles. EXACT (the default) keeps every decision of the engine as it was defined, bit for
  * bit. QUALITY corrects the ones that spoil real panoramas: small steps read as cross
  * travel by the reference tracker, direction detection giving up on a sky that only the
- * horizontal bands see, and chroma crossed at seams when half the frame width is odd.
+ * horizontal bands see, chroma crossed at seams when half the frame width is odd, a
+ * capture lost to one too-fast frame, and travel lost over plain stretches.
  * The profile belongs to one engine: other engines and the functions below called
  * directly stay exact. */
 enum { ZMOS_PROFILE_EXACT = 0, ZMOS_PROFILE_QUALITY = 1 };
 /* Valid after ZMOS_Init and before the first ZMOS_SelectFrames; 2 otherwise, or for an
  * unknown profile. */
 LUMIVEX_API int32_t ZMOS_SetProfile(ZMOSSWEEPSTITCHER* hEngine, int32_t lProfile);
+/* 1 when the travel of the last frame was carried from the recent speed because the scene
+ * was too plain to measure (quality profile only), 0 otherwise or for a null engine. */
+LUMIVEX_API int32_t ZMOS_IsCoasting(const ZMOSSWEEPSTITCHER* hEngine);
 
 /* The sweep stitcher underneath, for hosts that drive it directly. */
 typedef struct ZMOSSWTPARAM {

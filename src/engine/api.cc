@@ -111,4 +111,9 @@ int32_t ZMOS_SetProfile(ZMOSSWEEPSTITCHER* hEngine, int32_t lProfile) {
              : ZMOS_ERR_NO_MEMORY;
 }
 
+int32_t ZMOS_IsCoasting(const ZMOSSWEEPSTITCHER* hEngine) {
+  const lumivex::select::Coasting* coast = lumivex::engine::CoastingOf(hEngine);
+  return coast != nullptr && coast->carried > 0 ? 1 : 0;
+}
+
 }  // extern "C"

@@ -9,24 +9,39 @@
 namespace lumivex::engine {
 namespace {
 
+struct QualityEngine {
+  const ZMOSSWEEPSTITCHER* engine = nullptr;
+  lumivex::select::Coasting coasting;
+};
+
 // One capture runs at a time per process; a few slots leave room for hosts that keep
 // an engine around while starting the next.
-std::array<const ZMOSSWEEPSTITCHER*, 8> g_quality_engines{};
+std::array<QualityEngine, 8> g_quality_engines{};
+
+QualityEngine* Find(const ZMOSSWEEPSTITCHER* engine) {
+  if (engine == nullptr) return nullptr;
+  for (QualityEngine& q : g_quality_engines)
+    if (q.engine == engine) return &q;
+  return nullptr;
+}
 
 }  // namespace
 
 const Policy& PolicyOf(const ZMOSSWEEPSTITCHER* engine) {
-  for (const ZMOSSWEEPSTITCHER* e : g_quality_engines)
-    if (e != nullptr && e == engine) return kQualityPolicy;
-  return kExactPolicy;
+  return Find(engine) != nullptr ? kQualityPolicy : kExactPolicy;
+}
+
+lumivex::select::Coasting* CoastingOf(const ZMOSSWEEPSTITCHER* engine) {
+  QualityEngine* q = Find(engine);
+  return q != nullptr ? &q->coasting : nullptr;
 }
 
 bool SetQuality(const ZMOSSWEEPSTITCHER* engine, bool quality) {
   ForgetProfile(engine);
   if (!quality) return true;
-  for (const ZMOSSWEEPSTITCHER*& e : g_quality_engines) {
-    if (e == nullptr) {
-      e = engine;
+  for (QualityEngine& q : g_quality_engines) {
+    if (q.engine == nullptr) {
+      q = QualityEngine{engine, {}};
       return true;
     }
   }
@@ -34,8 +49,7 @@ bool SetQuality(const ZMOSSWEEPSTITCHER* engine, bool quality) {
 }
 
 void ForgetProfile(const ZMOSSWEEPSTITCHER* engine) {
-  for (const ZMOSSWEEPSTITCHER*& e : g_quality_engines)
-    if (e == engine) e = nullptr;
+  if (QualityEngine* q = Find(engine)) *q = QualityEngine{};
 }
 
 }  // namespace lumivex::engine

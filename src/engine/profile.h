@@ -5,6 +5,7 @@
 
 #include "lumivex/engine.h"
 #include "src/platform/policy.h"
+#include "src/select/frame_selector.h"
 
 namespace lumivex::engine {
 
@@ -13,6 +14,8 @@ const Policy& PolicyOf(const ZMOSSWEEPSTITCHER* engine);
 // False when no more engines can run the quality profile at once.
 bool SetQuality(const ZMOSSWEEPSTITCHER* engine, bool quality);
 void ForgetProfile(const ZMOSSWEEPSTITCHER* engine);
+// The speed a quality engine carries through plain stretches; null for exact engines.
+lumivex::select::Coasting* CoastingOf(const ZMOSSWEEPSTITCHER* engine);
 
 }  // namespace lumivex::engine
 

@@ -241,7 +241,7 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
     std::int32_t travel[2] = {0, 0};
     bool restarted = false;
     res = lumivex::select::RunBySF(s.hFrameSelector, &frame, &track, travel, &status, PolicyOf(&s),
-                                   &restarted);
+                                   &restarted, CoastingOf(&s));
     dx = travel[0];
     dy = travel[1];
     if (res != 0) return;

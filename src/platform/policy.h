@@ -23,13 +23,16 @@ struct Policy {
   // and tracking restarts from it: a moment of haste skips some scenery instead of
   // leaving every later frame measured (and predicted) against a frame left far behind.
   bool keep_too_fast_frames = false;
+  // Where the sweep axis is too plain to measure (sky, calm water), the recent speed is
+  // carried for up to a second's worth of frames instead of reading the camera as still.
+  bool coast_through_plain_stretches = false;
 
   // Smallest sweep-axis shift for which the cross-axis projection is moved.
   constexpr std::int32_t MinCompensatedShift() const { return compensate_small_shifts ? 1 : 11; }
 };
 
 inline constexpr Policy kExactPolicy{};
-inline constexpr Policy kQualityPolicy{true, true, true, true};
+inline constexpr Policy kQualityPolicy{true, true, true, true, true};
 
 }  // namespace lumivex
 

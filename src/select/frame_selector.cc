@@ -152,8 +152,8 @@ int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAG
 
 std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
                                       const ZMOSIMAGE* pTrackFrame, std::int32_t* plOffset,
-                                      std::int32_t* plStatus, const Policy& policy,
-                                      bool* restarted) {
+                                      std::int32_t* plStatus, const Policy& policy, bool* restarted,
+                                      Coasting* coast) {
   if (hSelector == nullptr || !ValidFrames(pFrame, pTrackFrame, plOffset, plStatus))
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSFRAMESELECTOR& s = *hSelector;
@@ -207,12 +207,31 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
     default:
       break;
   }
+  // Frames between the trackers' reference and this one: the kept frame for the first
+  // five after a keep, the previous frame after that.
+  const bool vertical = s.lDirection == 2 || s.lDirection == 3;
+  const std::int32_t gap = acc.n < 5 ? acc.n + 1 : 1;
+  std::int32_t& along = vertical ? predicted[1] : predicted[0];
+  const bool forward = s.lDirection == 0 || s.lDirection == 2 ? along > 0 : along < 0;
+  // Too plain for the direct matcher, and no forward reading from the gradient matcher
+  // either: the prior of 0, or a step back read off the edge of a plain area.
+  const bool plain = coast != nullptr && policy.coast_through_plain_stretches && !forward &&
+                     lumivex::track::FlatAlongSweep(vertical ? 1 : 0);
+  const bool carry = plain && coast->known && coast->carried < kMaxCoastedFrames;
+  if (carry) along = static_cast<std::int32_t>(std::int64_t{coast->speed16} * gap / 16);
   const std::int32_t last[2] = {s.lLastX, s.lLastY};
   const std::int32_t res = lumivex::track::RunRF(s.hTrackerRF, pFrame, predicted, last, policy);
+  if (coast != nullptr) coast->carried = carry ? coast->carried + 1 : 0;
   acc.x = WrapAdd(acc.x, predicted[0]);
   acc.y = WrapAdd(acc.y, predicted[1]);
   acc.n += 1;
   const std::int32_t status = Decide(s, acc, big_w >> 2, big_h >> 2);
+  // The speed to carry comes from kept frames only: their travel is forward and passed
+  // the minimum step, where a single frame's reading on half-plain content may not be.
+  if (coast != nullptr && status == ZMOS_SELECT_KEEP && acc.n > 0) {
+    coast->speed16 = static_cast<std::int32_t>(std::int64_t{vertical ? acc.y : acc.x} * 16 / acc.n);
+    coast->known = true;
+  }
   const bool restart =
       status == ZMOS_SELECT_TOO_FAST && policy.keep_too_fast_frames && CutToStrip(s, acc);
   if (restarted != nullptr) *restarted = restart;

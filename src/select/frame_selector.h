@@ -39,12 +39,22 @@ std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::in
 // The single-tracker variant's rules: a fixed drift band, horizontal sweeps only.
 std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc);
 
+// Speed carried through plain stretches: the last measured speed along the sweep in
+// sixteenths of a pixel a frame, and how many frames in a row it has been carried.
+struct Coasting {
+  std::int32_t speed16 = 0;
+  std::int32_t carried = 0;
+  bool known = false;
+};
+inline constexpr std::int32_t kMaxCoastedFrames = 30;
+
 // ZMOSFrameSelectorRunBySF_FS under the policy of the engine that runs it (the exported
 // function is always exact). *restarted tells that a too-fast frame became the new
-// reference with its travel cut to one strip (the caller keeps it).
+// reference with its travel cut to one strip (the caller keeps it); `coast` holds the
+// speed a quality engine carries through plain stretches.
 std::int32_t RunBySF(ZMOSFRAMESELECTOR* selector, const ZMOSIMAGE* frame, const ZMOSIMAGE* track,
                      std::int32_t* offset, std::int32_t* status, const Policy& policy,
-                     bool* restarted = nullptr);
+                     bool* restarted = nullptr, Coasting* coast = nullptr);
 
 }  // namespace lumivex::select
 

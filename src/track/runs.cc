@@ -270,7 +270,7 @@ int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
     bt.cur_hori[i] = BandMeasure(t->ppCurHori[i], from, to);
   }
   std::int32_t dx = 0;
-  if (bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] > 95) {
+  if (!lumivex::track::FlatAlongSweep(0)) {
     t->lStatus = ZMOS_OK;
     Direct(t, t->ppPrevHori[3], t->ppCurHori[3], w, &dx, t->lMaxOffsetX);
   } else {
@@ -297,7 +297,7 @@ int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
       bt.cur_vert[j] = BandMeasure(t->ppCurVert[j], h / 4, (3 * h) / 4);
     }
     const std::int32_t* m = bt.cur_vert;
-    if (m[1] < 40 && m[0] < 40 && m[2] < 40) {
+    if (lumivex::track::FlatAlongSweep(1)) {
       Gradient(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
     } else {
       const int band = m[1] >= 40 ? 1 : m[0] > m[2] ? 0 : 2;
@@ -325,6 +325,12 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
 }
 
 }  // extern "C"
+
+bool lumivex::track::FlatAlongSweep(std::int32_t mode) {
+  const BandTextureTable& bt = BandTexture;
+  if (mode == 0) return bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] <= 95;
+  return bt.cur_vert[0] < 40 && bt.cur_vert[1] < 40 && bt.cur_vert[2] < 40;
+}
 
 std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
                                    std::int32_t* plOffsets, const std::int32_t* plLast,

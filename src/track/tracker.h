@@ -49,6 +49,11 @@ struct BandTextureTable {
 };
 extern BandTextureTable BandTexture;
 
+// Whether the frame-to-frame tracker's last frame was too plain along its sweep axis for
+// the direct matcher (mode 0: the three horizontal bands together; mode 1: every vertical
+// band), so that its estimate came from the gradient matcher.
+bool FlatAlongSweep(std::int32_t mode);
+
 // Mean absolute difference of adjacent entries of p over [from, to), divided by the
 // range's length.
 std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t to);

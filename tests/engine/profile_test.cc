@@ -236,4 +236,38 @@ TEST(Profile, TooFastFrameIsSurvived) {
   }
 }
 
+// A plain wall mid-sweep, wider than a frame: nothing measures the travel there. The exact
+// engine reads the camera as still and the wall comes out short in the panorama; the
+// quality engine carries the speed across it.
+TEST(Profile, PlainStretchIsCoasted) {
+  const ColourPlanes* photo = lumivex::test::ColourPhoto();
+  if (photo == nullptr) GTEST_SKIP() << "no test photograph";
+  ColourPlanes scene = *photo;
+  for (int y = 0; y < scene.y.height; ++y)
+    for (int x = 560; x < 1360; ++x) {
+      scene.y.pixels[static_cast<std::size_t>(y) * scene.y.width + x] = 170;
+      scene.u.pixels[static_cast<std::size_t>(y) * scene.u.width + x] = 120;
+      scene.v.pixels[static_cast<std::size_t>(y) * scene.v.width + x] = 136;
+    }
+  for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
+    SCOPED_TRACE(testing::Message() << "profile " << profile);
+    Outcome out;
+    Sweep(scene, 0, 16, 640, 480, 1000, profile, &out);
+    EXPECT_EQ(out.end, 0);
+    // The wall's width in the panorama: columns plain from top to bottom.
+    int wall = 0;
+    for (int x = 0; x < out.pano.lWidth; ++x) {
+      bool plain = true;
+      for (int y = 0; y < out.pano.lHeight && plain; ++y)
+        plain = out.pano.pPlane[0][y * out.pano.lPitch[0] + x] == 170;
+      wall += plain;
+    }
+    if (profile == ZMOS_PROFILE_EXACT) {
+      EXPECT_LT(wall, 500);
+    } else {
+      EXPECT_NEAR(wall, 800, 8);
+    }
+  }
+}
+
 }  // namespace
