@@ -7,6 +7,7 @@
 
 #include "src/engine/profile.h"
 #include "src/stitch/blend_internal.h"
+#include "src/stitch/direct_stitcher.h"
 
 namespace lumivex::engine {
 
@@ -212,7 +213,8 @@ int32_t ZMOSImageStitcherRun_SWT(ZMOSSWEEPSTITCHER* hStitcher) {
     return ZMOS_OK;
   }
   for (std::int32_t i = 0; i < s.lBandCount; ++i) {
-    if (const std::int32_t res = ZMOSStitchBlendImage_DIS(s.phDIS[i]); res != 0) return res;
+    if (const std::int32_t res = lumivex::stitch::StitchBlend(s.phDIS[i], PolicyOf(&s)); res != 0)
+      return res;
     ZMOSGetResultImage_DIS(s.phDIS[i], &s.ppResultImages[i]);
   }
   if (s.lBandCount == 1) {

@@ -26,13 +26,16 @@ struct Policy {
   // Where the sweep axis is too plain to measure (sky, calm water), the recent speed is
   // carried for up to a second's worth of frames instead of reading the camera as still.
   bool coast_through_plain_stretches = false;
+  // Strips are brought to the first frame's exposure before they are blended, so a phone
+  // that adjusts exposure while panning leaves no bands.
+  bool equalize_exposure = false;
 
   // Smallest sweep-axis shift for which the cross-axis projection is moved.
   constexpr std::int32_t MinCompensatedShift() const { return compensate_small_shifts ? 1 : 11; }
 };
 
 inline constexpr Policy kExactPolicy{};
-inline constexpr Policy kQualityPolicy{true, true, true, true, true};
+inline constexpr Policy kQualityPolicy{true, true, true, true, true, true};
 
 }  // namespace lumivex
 

@@ -8,6 +8,7 @@
 
 #include "src/platform/wrap.h"
 #include "src/stitch/blend_internal.h"
+#include "src/stitch/exposure.h"
 
 namespace lumivex::stitch {
 namespace {
@@ -216,9 +217,16 @@ std::int32_t lumivex::stitch::AddImage(ZMOSDIRECTSTITCHER* hStitcher, const ZMOS
 extern "C" {
 
 int32_t ZMOSStitchBlendImage_DIS(ZMOSDIRECTSTITCHER* hStitcher) {
+  return lumivex::stitch::StitchBlend(hStitcher, lumivex::kExactPolicy);
+}
+
+}  // extern "C"
+
+std::int32_t lumivex::stitch::StitchBlend(ZMOSDIRECTSTITCHER* hStitcher, const Policy& policy) {
   if (hStitcher == nullptr) return ZMOS_ERR_INVALID_PARAM;
   ZMOSDIRECTSTITCHER& s = *hStitcher;
   if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr) return ZMOS_OK;
+  if (policy.equalize_exposure) EqualizeExposure(s);
   const std::int32_t d = s.lDirection;
   for (std::int32_t i = 1; i < s.lCount; ++i) {
     // The new frame's strip lies after the overlap along the sweep.
@@ -232,6 +240,8 @@ int32_t ZMOSStitchBlendImage_DIS(ZMOSDIRECTSTITCHER* hStitcher) {
   }
   return ZMOS_OK;
 }
+
+extern "C" {
 
 void ZMOSGetValidRect_DIS(ZMOSDIRECTSTITCHER* hStitcher, ZMOSRECT* pRect) {
   if (hStitcher == nullptr || pRect == nullptr) return;

@@ -38,6 +38,8 @@ namespace lumivex::stitch {
 std::int32_t AddImage(ZMOSDIRECTSTITCHER* stitcher, const ZMOSIMAGE* frame,
                       const std::int32_t* offset, std::int32_t overlap, std::int32_t seam,
                       std::int32_t strip_length, std::int32_t last, const Policy& policy);
+// ZMOSStitchBlendImage_DIS under the policy of the engine that runs it.
+std::int32_t StitchBlend(ZMOSDIRECTSTITCHER* stitcher, const Policy& policy);
 
 }  // namespace lumivex::stitch
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "lumivex/lumivex.h"
@@ -45,7 +46,7 @@ struct Outcome {
 
 // A steady sweep of `step` pixels a frame over `scene`, stitched, under a profile.
 void Sweep(const ColourPlanes& scene, int direction, int step, int w, int h, int cross0,
-           std::int32_t profile, Outcome* out) {
+           std::int32_t profile, Outcome* out, double (*gain)(int frame) = nullptr) {
   out->work.assign(lumivex::test::HandlerWorkBufferSize(w, h), 0);
   ZMOSSWEEPSTITCHER* engine = nullptr;
   ZMOSINITPARAM param{
@@ -60,6 +61,14 @@ void Sweep(const ColourPlanes& scene, int direction, int step, int w, int h, int
   for (int k = 0; k < 800 && angle < 180; ++k) {
     const int along = along0 + sign * step * k;
     Frame frame(scene, horizontal ? along : cross0, horizontal ? cross0 : along, w, h);
+    if (gain != nullptr) {
+      ZMOSIMAGE& img = *frame.get();
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+          std::uint8_t& v = img.pPlane[0][y * img.lPitch[0] + x];
+          v = static_cast<std::uint8_t>(std::min(255.0, v * gain(k) + 0.5));
+        }
+    }
     std::int32_t offset[2], flags[4];
     out->end = ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
     if (out->end != 0) break;
@@ -266,6 +275,44 @@ TEST(Profile, PlainStretchIsCoasted) {
       EXPECT_LT(wall, 500);
     } else {
       EXPECT_NEAR(wall, 800, 8);
+    }
+  }
+}
+
+// The exposure rising by 0.3 % a frame (a phone adjusting while it pans), against the
+// same sweep at a steady exposure: the exact engine's panorama brightens strip by strip,
+// the quality engine's stays at the first frame's.
+double Gain(int frame) {
+  return 1.0 + 0.003 * frame;
+}
+
+TEST(Profile, ExposureStepsAreEqualized) {
+  const ColourPlanes* photo = lumivex::test::ColourPhoto();
+  if (photo == nullptr) GTEST_SKIP() << "no test photograph";
+  for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
+    SCOPED_TRACE(testing::Message() << "profile " << profile);
+    Outcome steady, ramp;
+    Sweep(*photo, 0, 12, 640, 480, 560, profile, &steady);
+    Sweep(*photo, 0, 12, 640, 480, 560, profile, &ramp, Gain);
+    ASSERT_EQ(ramp.end, 0);
+    ASSERT_EQ(ramp.pano.lWidth, steady.pano.lWidth);
+    // Brightness over blocks of 16 columns.
+    double worst = 0;
+    for (int x0 = 0; x0 + 16 <= ramp.pano.lWidth; x0 += 16) {
+      double a = 0, b = 0;
+      for (int y = 0; y < std::min(ramp.pano.lHeight, steady.pano.lHeight); ++y)
+        for (int x = x0; x < x0 + 16; ++x) {
+          a += ramp.pano.pPlane[0][y * ramp.pano.lPitch[0] + x];
+          b += steady.pano.pPlane[0][y * steady.pano.lPitch[0] + x];
+        }
+      worst = std::max(worst, std::abs(a / b - 1));
+    }
+    RecordProperty("brightness_drift_profile" + std::to_string(profile),
+                   static_cast<int>(1000 * worst));
+    if (profile == ZMOS_PROFILE_EXACT) {
+      EXPECT_GT(worst, 0.2);
+    } else {
+      EXPECT_LT(worst, 0.03);
     }
   }
 }

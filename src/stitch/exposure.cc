@@ -1,0 +1,112 @@
+// Exposure equalisation across the strips of a sweep. Phones adjust exposure while the user
+// pans, so neighbouring strips show the same scene at different brightness and the
+// cross-fade leaves bands. Each overlap holds the same scene from both frames: the ratio
+// of their mean luma is the step between the two frames, the running product of the steps
+// brings every strip to the first frame's exposure, and a short moving average along the
+// sweep keeps one unlucky overlap (a moving object, a misread) from standing out.
+#include "src/stitch/exposure.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+
+#include "lumivex/platform.h"
+#include "src/image/format.h"
+
+namespace lumivex::stitch {
+namespace {
+
+// Steps beyond these are not exposure (a person walking through the overlap, a misread).
+constexpr double kMinStep = 0.8, kMaxStep = 1.25;
+// Strips on each side in the moving average of the log gains.
+constexpr std::int32_t kSmoothRadius = 2;
+
+bool HorizontalSweep(std::int32_t direction) {
+  return direction == 0 || direction == 1;
+}
+
+// Mean luma of a rectangle of plane 0 (every second sample each way is enough).
+double MeanLuma(const ZMOSIMAGE& img, const ZMOSRECT& r) {
+  std::uint64_t sum = 0, count = 0;
+  for (std::int32_t y = std::max(r.lTop, 0); y < std::min(r.lBottom, img.lHeight); y += 2) {
+    const std::uint8_t* row = img.pPlane[0] + static_cast<std::ptrdiff_t>(y) * img.lPitch[0];
+    for (std::int32_t x = std::max(r.lLeft, 0); x < std::min(r.lRight, img.lWidth); x += 2) {
+      sum += row[x];
+      ++count;
+    }
+  }
+  return count > 0 ? static_cast<double>(sum) / static_cast<double>(count) : 0.0;
+}
+
+void ScaleLuma(const ZMOSIMAGE& img, const ZMOSRECT& r, double gain) {
+  std::array<std::uint8_t, 256> lut{};
+  for (int v = 0; v < 256; ++v)
+    lut[v] = static_cast<std::uint8_t>(std::clamp(std::lround(v * gain), 0L, 255L));
+  for (std::int32_t y = std::max(r.lTop, 0); y < std::min(r.lBottom, img.lHeight); ++y) {
+    std::uint8_t* row = img.pPlane[0] + static_cast<std::ptrdiff_t>(y) * img.lPitch[0];
+    for (std::int32_t x = std::max(r.lLeft, 0); x < std::min(r.lRight, img.lWidth); ++x)
+      row[x] = lut[row[x]];
+  }
+}
+
+}  // namespace
+
+void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
+  const std::int32_t n = s.lCount;
+  if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr || n < 2) return;
+  const ZMOSIMAGE& canvas = *s.pCanvas;
+  const auto info = image::LookupFormat(canvas.dwFormat);
+  // Plane 0 must be one luma byte a pixel.
+  if (!info || (info->family != image::Family::kPlanar &&
+                info->family != image::Family::kSemiPlanar && info->family != image::Family::kGrey))
+    return;
+  const bool horizontal = HorizontalSweep(s.lDirection);
+  const bool forward = s.lDirection == 0 || s.lDirection == 2;
+  auto* gains =
+      static_cast<double*>(MMemAlloc(s.hMemMgr, n * static_cast<std::int32_t>(sizeof(double))));
+  if (gains == nullptr) return;
+
+  // Log gain of each strip against the first frame.
+  gains[0] = 0.0;
+  for (std::int32_t i = 1; i < n; ++i) {
+    const double before = MeanLuma(canvas, s.pOverlapRects[i]);
+    const double after = MeanLuma(*s.pStrips, s.pStripRects[i]);
+    double step = before > 8.0 && after > 8.0 ? before / after : 1.0;
+    if (step < kMinStep || step > kMaxStep) step = 1.0;
+    gains[i] = gains[i - 1] + std::log(step);
+  }
+  // The moving average, then each strip's region scaled: from its seam to the next one.
+  double smoothed_prev = 0.0;
+  for (std::int32_t i = 0; i < n; ++i) {
+    double total = 0.0;
+    std::int32_t count = 0;
+    for (std::int32_t j = std::max(i - kSmoothRadius, 0); j <= std::min(i + kSmoothRadius, n - 1);
+         ++j, ++count)
+      total += gains[j];
+    const double smoothed = total / count;
+    // The first strip is the reference; its smoothed value shifts every other strip.
+    if (i == 0) {
+      smoothed_prev = smoothed;
+      continue;
+    }
+    const double gain = std::exp(smoothed - smoothed_prev);
+    const ZMOSRECT& ov = s.pOverlapRects[i];
+    const std::int32_t seam =
+        forward ? (horizontal ? ov.lRight : ov.lBottom) : (horizontal ? ov.lLeft : ov.lTop);
+    std::int32_t end = s.lContentEnd;
+    if (i + 1 < n) {
+      const ZMOSRECT& next = s.pOverlapRects[i + 1];
+      end = forward ? (horizontal ? next.lRight : next.lBottom)
+                    : (horizontal ? next.lLeft : next.lTop);
+    }
+    const std::int32_t a0 = std::min(seam, end), a1 = std::max(seam, end);
+    const ZMOSRECT region =
+        horizontal ? ZMOSRECT{a0, ov.lTop, a1, ov.lBottom} : ZMOSRECT{ov.lLeft, a0, ov.lRight, a1};
+    ScaleLuma(canvas, region, gain);
+    ScaleLuma(*s.pStrips, s.pStripRects[i], gain);
+  }
+  MMemFree(s.hMemMgr, gains);
+}
+
+}  // namespace lumivex::stitch
