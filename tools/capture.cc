@@ -18,6 +18,10 @@ std::int32_t WorkBufferSize(std::int32_t w, std::int32_t h, std::int32_t n) {
   return static_cast<std::int32_t>(std::min<std::int64_t>(std::max(land, port), INT32_MAX));
 }
 
+const char* ProfileName(std::int32_t profile) {
+  return profile == ZMOS_PROFILE_QUALITY ? "quality" : "exact";
+}
+
 const char* DirectionName(std::int32_t direction) {
   switch (direction) {
     case 0:

@@ -18,6 +18,7 @@ namespace lumivex::tools {
 std::int32_t WorkBufferSize(std::int32_t w, std::int32_t h, std::int32_t n = 30);
 
 const char* DirectionName(std::int32_t direction);
+const char* ProfileName(std::int32_t profile);
 // One line for a result code, as an app would show it.
 std::string Describe(std::int32_t code);
 

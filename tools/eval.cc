@@ -9,17 +9,18 @@
 namespace lumivex::tools {
 namespace {
 
-// PSNR of the panorama's luma against the photograph, at the best alignment within a few
-// pixels of where the sweep's starting edge puts it.
-double Psnr(const Yuv420& pano, const Simulator& sim, int x, int y) {
+// Where the panorama lies on the photograph: the best alignment within a few pixels of
+// where the sweep's starting edge puts it, by luma.
+std::pair<int, int> Align(const Yuv420& pano, const Simulator& sim, int x, int y) {
   double best = 1e30;
+  std::pair<int, int> at{x, y};
   const int w = sim.photo_width(), h = sim.photo_height();
   for (int dy = -6; dy <= 6; ++dy) {
     for (int dx = -6; dx <= 6; ++dx) {
       double err = 0;
       long n = 0;
-      for (int r = 0; r < pano.height(); r += 2) {
-        for (int c = 0; c < pano.width(); c += 2) {
+      for (int r = 0; r < pano.height(); r += 4) {
+        for (int c = 0; c < pano.width(); c += 4) {
           const int px = x + dx + c, py = y + dy + r;
           if (px < 0 || py < 0 || px >= w || py >= h) continue;
           const int d = pano.y()[static_cast<std::size_t>(r) * pano.width() + c] -
@@ -28,19 +29,70 @@ double Psnr(const Yuv420& pano, const Simulator& sim, int x, int y) {
           ++n;
         }
       }
-      if (n > 0) best = std::min(best, err / n);
+      if (n > 0 && err / n < best) best = err / n, at = {x + dx, y + dy};
     }
   }
-  if (best >= 1e30) return 0;
-  return best > 0 ? 10 * std::log10(255.0 * 255.0 / best) : 99.0;
+  return at;
 }
 
-std::string Code(const Score& s) {
-  if (s.complete) return "complete";
-  if (s.end_code == ZMOS_ERR_SWEEP_WRONG) return "0x7001 gone wrong";
-  if (s.end_code == ZMOS_ERR_TOO_FAST) return "0x7003 too fast";
-  if (s.end_code != 0) return std::to_string(s.end_code) + " " + Describe(s.end_code);
-  return "incomplete";
+double PsnrOf(double squared, long n) {
+  if (n == 0) return 0;
+  return squared > 0 ? 10 * std::log10(255.0 * 255.0 * n / squared) : 99.0;
+}
+
+// Luma and chroma PSNR at the alignment, and the brightness drift.
+void ScorePanorama(const Yuv420& pano, const Simulator& sim, int x, int y, Score* s) {
+  const int w = sim.photo_width(), h = sim.photo_height();
+  double luma = 0, chroma = 0;
+  long nl = 0, nc = 0;
+  constexpr int kBlock = 64;
+  const int bw = (pano.width() + kBlock - 1) / kBlock, bh = (pano.height() + kBlock - 1) / kBlock;
+  std::vector<double> got(static_cast<std::size_t>(bw) * bh), want(got.size());
+  const bool nv21 = pano.format() == ZMOS_FORMAT_NV21;
+  for (int r = 0; r < pano.height(); ++r) {
+    for (int c = 0; c < pano.width(); ++c) {
+      const int px = x + c, py = y + r;
+      if (px < 0 || py < 0 || px >= w || py >= h) continue;
+      const std::size_t i = static_cast<std::size_t>(py) * w + px;
+      const int v = pano.y()[static_cast<std::size_t>(r) * pano.width() + c];
+      luma += double(v - sim.luma()[i]) * (v - sim.luma()[i]);
+      ++nl;
+      const std::size_t b = static_cast<std::size_t>(r / kBlock) * bw + c / kBlock;
+      got[b] += v;
+      want[b] += sim.luma()[i];
+      // Chroma at the even samples, against the photograph's at the sample's first pixel
+      // (the simulator averages four; this is close enough to score phase errors).
+      if ((r & 1) || (c & 1) || !nv21) continue;
+      const std::uint8_t* vu =
+          pano.chroma() + static_cast<std::size_t>(r / 2) * pano.width() + (c & ~1);
+      const double dv = vu[0] - sim.cr()[i], du = vu[1] - sim.cb()[i];
+      chroma += dv * dv + du * du;
+      nc += 2;
+    }
+  }
+  // Brightness against the photograph in slices of 16 lines across the sweep: the largest
+  // change from one slice to the next is the step a seam shows.
+  const bool horizontal = s->direction < 2;
+  const int slices = (horizontal ? pano.width() : pano.height()) / 16;
+  double last = 0;
+  for (int k = 0; k < slices; ++k) {
+    double a = 0, b = 0;
+    for (int r = 0; r < (horizontal ? pano.height() : 16); ++r)
+      for (int c = 0; c < (horizontal ? 16 : pano.width()); ++c) {
+        const int pr = horizontal ? r : 16 * k + r, pc = horizontal ? 16 * k + c : c;
+        const int px = x + pc, py = y + pr;
+        if (px < 0 || py < 0 || px >= w || py >= h) continue;
+        a += pano.y()[static_cast<std::size_t>(pr) * pano.width() + pc];
+        b += sim.luma()[static_cast<std::size_t>(py) * w + px];
+      }
+    const double ratio = b > 0 ? a / b : 1;
+    if (k > 0) s->seam_step = std::max(s->seam_step, 100 * std::abs(ratio - last));
+    last = ratio;
+  }
+  s->psnr = PsnrOf(luma, nl);
+  s->chroma_psnr = PsnrOf(chroma, nc);
+  for (std::size_t b = 0; b < got.size(); ++b)
+    if (want[b] > 0) s->drift = std::max(s->drift, 100 * std::abs(got[b] / want[b] - 1));
 }
 
 std::string Svg(const Score& s) {
@@ -83,18 +135,18 @@ std::string Quote(const std::string& text) {
   return out + "\"";
 }
 
-}  // namespace
-
-Score RunScenario(const Rgb& photo, const std::string& photo_name, const std::string& name,
-                  const SimOptions& options) {
+Score Capture1(const Simulator& sim, const std::string& photo_name, const std::string& name,
+               const SimOptions& options, std::int32_t profile) {
   Score s;
+  s.profile = profile;
   s.photo = photo_name;
   s.name = name;
   s.width = options.width;
   s.height = options.height;
   s.direction = options.direction;
-  const Simulator sim(photo, options);
-  Capture cap(options.width, options.height, options.format, CaptureOptions{"", false, false});
+  CaptureOptions capture_options{"", false, false};
+  capture_options.profile = profile;
+  Capture cap(options.width, options.height, options.format, capture_options);
   for (int k = 0; k < sim.frames(); ++k) {
     Yuv420 frame = sim.Frame(k);
     if (!cap.Feed(frame)) break;
@@ -132,10 +184,31 @@ Score RunScenario(const Rgb& photo, const std::string& photo_name, const std::st
       const int fw = options.width, fh = options.height;
       const int ex = options.direction == 1 ? x0 + fw - s.pano_width : x0;
       const int ey = options.direction == 3 ? y0 + fh - s.pano_height : y0;
-      s.psnr = Psnr(cap.panorama(), sim, ex, ey);
+      const auto [ax, ay] = Align(cap.panorama(), sim, ex, ey);
+      ScorePanorama(cap.panorama(), sim, ax, ay, &s);
     }
   }
   return s;
+}
+
+}  // namespace
+
+std::string OutcomeOf(const Score& s) {
+  if (s.complete) return "complete";
+  if (s.end_code == ZMOS_ERR_SWEEP_WRONG) return "0x7001 gone wrong";
+  if (s.end_code == ZMOS_ERR_TOO_FAST) return "0x7003 too fast";
+  if (s.end_code != 0) return std::to_string(s.end_code) + " " + Describe(s.end_code);
+  return "incomplete";
+}
+
+std::vector<Score> RunScenario(const Rgb& photo, const std::string& photo_name,
+                               const std::string& name, const SimOptions& options,
+                               const std::vector<std::int32_t>& profiles) {
+  const Simulator sim(photo, options);
+  std::vector<Score> scores;
+  for (std::int32_t profile : profiles)
+    scores.push_back(Capture1(sim, photo_name, name, options, profile));
+  return scores;
 }
 
 bool WriteReport(const std::vector<Score>& scores, const std::string& dir, std::string* error) {
@@ -147,24 +220,53 @@ bool WriteReport(const std::vector<Score>& scores, const std::string& dir, std::
     *error = "cannot write " + dir + "/report.md";
     return false;
   }
+  std::fputs("# lumivex evaluation\n\n## The profiles side by side\n\n", md);
+  // One row a sweep: every profile's outcome next to the others'.
+  std::vector<std::int32_t> profiles;
+  for (const Score& s : scores)
+    if (std::find(profiles.begin(), profiles.end(), s.profile) == profiles.end())
+      profiles.push_back(s.profile);
+  std::fputs("| photo | scenario | frame | direction |", md);
+  for (const char* column :
+       {"result", "track mean", "PSNR", "chroma PSNR", "drift %", "seam step %"})
+    for (std::int32_t p : profiles) std::fprintf(md, " %s (%s) |", column, ProfileName(p));
+  std::fputs("\n|---|---|---|---|", md);
+  for (std::size_t i = 0; i < 6 * profiles.size(); ++i) std::fputs("---:|", md);
+  std::fputs("\n", md);
+  for (std::size_t i = 0; i < scores.size(); i += profiles.size()) {
+    const Score& first = scores[i];
+    std::fprintf(md, "| %s | %s | %dx%d | %s |", first.photo.c_str(), first.name.c_str(),
+                 first.width, first.height, DirectionName(first.direction));
+    const std::size_t n = std::min(profiles.size(), scores.size() - i);
+    for (std::size_t k = 0; k < n; ++k) std::fprintf(md, " %s |", OutcomeOf(scores[i + k]).c_str());
+    for (std::size_t k = 0; k < n; ++k) std::fprintf(md, " %.2f |", scores[i + k].track_mean);
+    for (std::size_t k = 0; k < n; ++k) std::fprintf(md, " %.1f |", scores[i + k].psnr);
+    for (std::size_t k = 0; k < n; ++k) std::fprintf(md, " %.1f |", scores[i + k].chroma_psnr);
+    for (std::size_t k = 0; k < n; ++k) std::fprintf(md, " %.1f |", scores[i + k].drift);
+    for (std::size_t k = 0; k < n; ++k) std::fprintf(md, " %.2f |", scores[i + k].seam_step);
+    std::fputs("\n", md);
+  }
   std::fputs(
-      "# lumivex evaluation\n\n"
-      "| photo | scenario | frame | direction | result | frames | kept | panorama | "
-      "track mean | track max | PSNR | ms/frame |\n"
-      "|---|---|---|---|---|---:|---:|---|---:|---:|---:|---:|\n",
+      "\n## Every capture\n\n"
+      "| photo | scenario | frame | direction | profile | result | frames | kept | panorama | "
+      "track mean | track max | PSNR | chroma PSNR | drift % | ms/frame |\n"
+      "|---|---|---|---|---|---|---:|---:|---|---:|---:|---:|---:|---:|---:|\n",
       md);
-  for (std::size_t i = 0; i < scores.size(); ++i) {
-    const Score& s = scores[i];
+  for (const Score& s : scores) {
     std::fprintf(md,
-                 "| %s | %s | %dx%d | %s | %s | %d | %d | %dx%d%s | %.2f | %.1f | %.1f | %.2f |\n",
+                 "| %s | %s | %dx%d | %s | %s | %s | %d | %d | %dx%d%s | %.2f | %.1f | %.1f | "
+                 "%.1f | %.1f | %.2f |\n",
                  s.photo.c_str(), s.name.c_str(), s.width, s.height, DirectionName(s.direction),
-                 Code(s).c_str(), s.frames, s.kept, s.pano_width, s.pano_height,
-                 s.narrow ? " (narrow)" : "", s.track_mean, s.track_max, s.psnr, s.ms_per_frame);
+                 ProfileName(s.profile), OutcomeOf(s).c_str(), s.frames, s.kept, s.pano_width,
+                 s.pano_height, s.narrow ? " (narrow)" : "", s.track_mean, s.track_max, s.psnr,
+                 s.chroma_psnr, s.drift, s.ms_per_frame);
   }
   std::fputs(
       "\nTracking error: distance between the engine's reported travel and the true one, "
-      "per frame after direction detection. PSNR: panorama luma against the photograph "
-      "(99 = identical).\n\n",
+      "per frame after direction detection. PSNR: panorama luma (and chroma) against the "
+      "photograph at the best alignment (99 = identical). Drift: the largest brightness "
+      "departure from the photograph over 64-pixel blocks. Seam step: the largest change of "
+      "that brightness from one 16-line slice to the next along the sweep.\n\n",
       md);
   for (std::size_t i = 0; i < scores.size(); ++i) {
     const std::string svg = "scenario-" + std::to_string(i + 1) + ".svg";
@@ -172,8 +274,9 @@ bool WriteReport(const std::vector<Score>& scores, const std::string& dir, std::
       std::fputs(Svg(scores[i]).c_str(), f);
       std::fclose(f);
     }
-    std::fprintf(md, "%zu. %s, %s, %dx%d: ![travel](%s)\n", i + 1, scores[i].photo.c_str(),
-                 scores[i].name.c_str(), scores[i].width, scores[i].height, svg.c_str());
+    std::fprintf(md, "%zu. %s, %s, %dx%d, %s: ![travel](%s)\n", i + 1, scores[i].photo.c_str(),
+                 scores[i].name.c_str(), scores[i].width, scores[i].height,
+                 ProfileName(scores[i].profile), svg.c_str());
   }
   std::fclose(md);
   return true;
@@ -185,15 +288,16 @@ std::string ToJson(const std::vector<Score>& scores) {
   for (std::size_t i = 0; i < scores.size(); ++i) {
     const Score& s = scores[i];
     out << "  {\"photo\": " << Quote(s.photo) << ", \"scenario\": " << Quote(s.name)
-        << ", \"width\": " << s.width << ", \"height\": " << s.height
-        << ", \"direction\": " << s.direction
+        << ", \"profile\": " << Quote(ProfileName(s.profile)) << ", \"width\": " << s.width
+        << ", \"height\": " << s.height << ", \"direction\": " << s.direction
         << ", \"complete\": " << (s.complete ? "true" : "false") << ", \"end_code\": " << s.end_code
         << ", \"frames\": " << s.frames << ", \"kept\": " << s.kept
         << ", \"narrow\": " << (s.narrow ? "true" : "false") << ", \"panorama\": [" << s.pano_width
         << ", " << s.pano_height << "], \"track_mean\": " << s.track_mean
         << ", \"track_max\": " << s.track_max << ", \"psnr\": " << s.psnr
-        << ", \"ms_per_frame\": " << s.ms_per_frame << "}" << (i + 1 < scores.size() ? "," : "")
-        << "\n";
+        << ", \"chroma_psnr\": " << s.chroma_psnr << ", \"drift\": " << s.drift
+        << ", \"seam_step\": " << s.seam_step << ", \"ms_per_frame\": " << s.ms_per_frame << "}"
+        << (i + 1 < scores.size() ? "," : "") << "\n";
   }
   out << "]\n";
   return out.str();

@@ -13,6 +13,7 @@ namespace lumivex::tools {
 struct Score {
   std::string photo, name;
   int width = 0, height = 0, direction = 0;
+  std::int32_t profile = ZMOS_PROFILE_EXACT;
   bool complete = false;
   std::int32_t end_code = 0;  // the engine failure that ended the capture, if any
   int frames = 0, kept = 0;
@@ -20,14 +21,21 @@ struct Score {
   int pano_width = 0, pano_height = 0;
   double track_mean = 0, track_max = 0;  // |reported - true travel|, pixels
   double psnr = 0;                       // panorama luma against the photograph
+  double chroma_psnr = 0;                // ... its chroma, against the photograph's
+  double drift = 0;      // largest brightness departure from the photograph, 64-pixel blocks, %
+  double seam_step = 0;  // largest brightness change between 16-line slices along the sweep, %
   double ms_per_frame = 0;
   // Travel along the sweep, truth and the engine's report, frame by frame after detection.
   std::vector<double> truth, estimate;
 };
 
-// Simulates, captures and scores one sweep.
-Score RunScenario(const Rgb& photo, const std::string& photo_name, const std::string& name,
-                  const SimOptions& options);
+// Simulates one sweep, then captures and scores it under each profile.
+std::vector<Score> RunScenario(const Rgb& photo, const std::string& photo_name,
+                               const std::string& name, const SimOptions& options,
+                               const std::vector<std::int32_t>& profiles);
+
+// "complete", "incomplete" or the failure that ended the capture.
+std::string OutcomeOf(const Score& score);
 
 // Markdown with one SVG chart a scenario (written beside it); JSON for machines.
 bool WriteReport(const std::vector<Score>& scores, const std::string& dir, std::string* error);

@@ -77,17 +77,24 @@ const std::map<std::string, std::string> kHelp = {
      "  --noise SIGMA          sensor noise in luma steps\n"
      "  --exposure F           brightness change over the sweep (0.1 = +10 %)\n"
      "  --too-fast-at N        frame N jumps three strips at once\n"
+     "  --steady               every step exactly --speed pixels, no jitter or noise unless asked\n"
+     "  --plain W              a plain wall W frame widths long across the middle of the sweep\n"
      "  --backward-at N        frames N.. move backwards (--backward-frames, default 8)\n"
      "  --frames N             number of frames (default: a full sweep and a margin)\n"
      "  --seed N               random seed (default 1)\n"
      "  --truth CSV            ground truth (default: SWEEP with .csv)\n"},
     {"eval",
      "usage: lumivex eval PHOTO... [options]\n"
-     "Simulates sweeps over each photograph, stitches them and scores completion, tracking\n"
-     "error and panorama PSNR. Writes DIR/report.md with one SVG chart a scenario.\n"
-     "  --sizes LIST        e.g. 640x480,1280x720 (default 640x480,1280x720)\n"
+     "Simulates sweeps over each photograph, stitches them under each profile and scores\n"
+     "completion, tracking error, luma and chroma PSNR and brightness drift. Writes\n"
+     "DIR/report.md (the profiles side by side) with one SVG chart a scenario.\n"
+     "  --sizes LIST        hand-held sweeps, e.g. 640x480,1280x720 (default 640x480,1280x720)\n"
      "  --directions LIST   e.g. right,left (default right,left,down,up)\n"
      "  --jitter PX         hand wander (default 1)\n"
+     "  --profiles LIST     exact, quality or both (default exact,quality)\n"
+     "  --cases LIST        hand-held, corrections or both (default both): the corrections\n"
+     "                      are steady 5 and 8 px steps, 854x480 frames, a too-fast frame,\n"
+     "                      an exposure ramp and a plain stretch\n"
      "  --report-dir DIR    default lumivex-eval\n"
      "  --json              print the scores as JSON on stdout\n"},
 };
@@ -122,7 +129,7 @@ bool Parse(int argc, char** argv, const std::vector<std::string>& valued, Args* 
           return false;
         }
         out->options[a] = argv[++i];
-      } else if (a == "--help" || a == "-h" || a == "--quiet" || a == "--json") {
+      } else if (a == "--help" || a == "-h" || a == "--quiet" || a == "--json" || a == "--steady") {
         out->flags.push_back(a);
       } else {
         *error = "unknown option " + a;
@@ -269,11 +276,9 @@ bool ReadSimOptions(const Args& args, SimOptions* o, std::string* error) {
     *error = "--direction is right, left, down or up";
     return false;
   }
-  const std::pair<const char*, double*> numbers[] = {{"--speed", &o->speed},
-                                                     {"--jitter", &o->jitter},
-                                                     {"--drift", &o->drift},
-                                                     {"--noise", &o->noise},
-                                                     {"--exposure", &o->exposure}};
+  const std::pair<const char*, double*> numbers[] = {
+      {"--speed", &o->speed}, {"--jitter", &o->jitter},     {"--drift", &o->drift},
+      {"--noise", &o->noise}, {"--exposure", &o->exposure}, {"--plain", &o->plain}};
   for (const auto& [name, target] : numbers) {
     if (args.Get(name).empty()) continue;
     if (!ParseNumber(args.Get(name), target) || *target < -1000 || *target > 1000) {
@@ -295,17 +300,18 @@ bool ReadSimOptions(const Args& args, SimOptions* o, std::string* error) {
     *target = static_cast<int>(v);
   }
   if (!args.Get("--seed").empty()) o->seed = std::strtoull(args.Get("--seed").c_str(), nullptr, 10);
+  o->steady = args.Flag("--steady");
   return true;
 }
 
 int Simulate(int argc, char** argv) {
   Args args;
   std::string error;
-  if (!Parse(
-          argc, argv,
-          {"-o", "--size", "--direction", "--speed", "--jitter", "--drift", "--noise", "--exposure",
-           "--too-fast-at", "--backward-at", "--backward-frames", "--frames", "--seed", "--truth"},
-          &args, &error))
+  if (!Parse(argc, argv,
+             {"-o", "--size", "--direction", "--speed", "--jitter", "--drift", "--noise",
+              "--exposure", "--too-fast-at", "--backward-at", "--backward-frames", "--frames",
+              "--seed", "--truth", "--plain"},
+             &args, &error))
     return Fail(kUsage, error + " (see lumivex simulate --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("simulate").c_str(), stdout), kOk;
@@ -348,7 +354,9 @@ std::vector<std::string> Split(const std::string& text) {
 int Eval(int argc, char** argv) {
   Args args;
   std::string error;
-  if (!Parse(argc, argv, {"--sizes", "--directions", "--jitter", "--report-dir"}, &args, &error))
+  if (!Parse(argc, argv,
+             {"--sizes", "--directions", "--jitter", "--report-dir", "--profiles", "--cases"},
+             &args, &error))
     return Fail(kUsage, error + " (see lumivex eval --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("eval").c_str(), stdout), kOk;
@@ -371,25 +379,57 @@ int Eval(int argc, char** argv) {
   double jitter = 1;
   if (!args.Get("--jitter").empty() && !ParseNumber(args.Get("--jitter"), &jitter))
     return Fail(kUsage, "--jitter takes a number");
+  std::vector<std::int32_t> profiles;
+  for (const std::string& p : Split(args.Get("--profiles", "exact,quality"))) {
+    if (!ParseProfile(p, &profiles.emplace_back()))
+      return Fail(kUsage, "bad profile in --profiles: " + p);
+  }
+  bool hand_held = false, corrections = false;
+  for (const std::string& c : Split(args.Get("--cases", "hand-held,corrections"))) {
+    if (c != "hand-held" && c != "corrections") return Fail(kUsage, "bad case in --cases: " + c);
+    (c == "hand-held" ? hand_held : corrections) = true;
+  }
+  // The named sweeps each quality correction is about, at 640x480 unless named otherwise.
+  std::vector<std::pair<std::string, SimOptions>> cases;
+  if (hand_held) {
+    for (const auto& [w, h] : sizes)
+      for (int d : directions) {
+        SimOptions o;
+        o.width = w, o.height = h, o.direction = d, o.jitter = jitter, o.noise = 1.5, o.seed = 7;
+        cases.push_back({"hand-held", o});
+      }
+  }
+  if (corrections) {
+    SimOptions o;
+    o.steady = true;
+    o.speed = 5;
+    cases.push_back({"steady 5 px", o});
+    o.speed = 8, o.direction = 3;
+    cases.push_back({"steady 8 px", o});
+    o = SimOptions{};
+    o.width = 854, o.jitter = 1, o.seed = 7;
+    cases.push_back({"854 wide", o});
+    o = SimOptions{};
+    o.too_fast_at = 30, o.seed = 7;
+    cases.push_back({"too fast once", o});
+    o = SimOptions{};
+    o.steady = true, o.speed = 12, o.exposure = 0.3;
+    cases.push_back({"exposure +30 %", o});
+    o = SimOptions{};
+    o.steady = true, o.speed = 16, o.plain = 1.2;
+    cases.push_back({"plain stretch", o});
+  }
   std::vector<Score> scores;
   for (const std::string& path : args.positional) {
     Rgb photo;
     if (!ReadImage(path, &photo, &error)) return Fail(kBadInput, error);
     const std::string name = std::filesystem::path(path).filename().string();
-    for (const auto& [w, h] : sizes) {
-      for (int d : directions) {
-        SimOptions o;
-        o.width = w;
-        o.height = h;
-        o.direction = d;
-        o.jitter = jitter;
-        o.noise = 1.5;
-        o.seed = 7;
-        scores.push_back(RunScenario(photo, name, "hand-held", o));
-        if (!args.Flag("--json"))
-          std::fprintf(
-              stderr, "%s %dx%d %-13s %s\n", name.c_str(), w, h, DirectionName(d),
-              scores.back().complete ? "complete" : Describe(scores.back().end_code).c_str());
+    for (const auto& [label, o] : cases) {
+      for (const Score& s : RunScenario(photo, name, label, o, profiles)) {
+        scores.push_back(s);
+        std::fprintf(stderr, "%s %-15s %dx%d %-13s %-7s %s\n", name.c_str(), label.c_str(), s.width,
+                     s.height, DirectionName(s.direction), ProfileName(s.profile),
+                     OutcomeOf(s).c_str());
       }
     }
   }
@@ -398,15 +438,15 @@ int Eval(int argc, char** argv) {
   if (args.Flag("--json")) {
     std::fputs(ToJson(scores).c_str(), stdout);
   } else {
-    std::printf("%-28s %-10s %-14s %-22s %8s %8s %6s\n", "photo", "frame", "direction", "result",
-                "err mean", "err max", "PSNR");
+    std::printf("%-24s %-15s %-8s %-13s %-7s %-22s %8s %8s %6s %6s\n", "photo", "scenario", "frame",
+                "direction", "profile", "result", "err mean", "err max", "PSNR", "chroma");
     for (const Score& s : scores) {
       char frame[32];
       std::snprintf(frame, sizeof(frame), "%dx%d", s.width, s.height);
-      std::printf("%-28s %-10s %-14s %-22s %8.2f %8.1f %6.1f\n", s.photo.c_str(), frame,
-                  DirectionName(s.direction),
-                  s.complete ? "complete" : Describe(s.end_code).substr(0, 22).c_str(),
-                  s.track_mean, s.track_max, s.psnr);
+      std::printf("%-24s %-15s %-8s %-13s %-7s %-22s %8.2f %8.1f %6.1f %6.1f\n",
+                  s.photo.substr(0, 24).c_str(), s.name.c_str(), frame, DirectionName(s.direction),
+                  ProfileName(s.profile), OutcomeOf(s).substr(0, 22).c_str(), s.track_mean,
+                  s.track_max, s.psnr, s.chroma_psnr);
     }
     std::printf("report           %s/report.md\n", dir.c_str());
   }

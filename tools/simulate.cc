@@ -57,7 +57,7 @@ Simulator::Simulator(const Rgb& photo, const SimOptions& options) : o_(options) 
   double min_a = 0, max_a = 0, min_c = 0, max_c = 0;
   steps.push_back({0, 0});
   for (int k = 1; k < o_.frames; ++k) {
-    double step = o_.speed * (0.85 + 0.3 * rng.Uniform());
+    double step = o_.steady ? o_.speed : o_.speed * (0.85 + 0.3 * rng.Uniform());
     if (k == o_.too_fast_at) step = 3.0 * ((fw * 120 / 1280) & ~1);
     if (o_.backward_at >= 0 && k >= o_.backward_at && k < o_.backward_at + o_.backward_frames)
       step = -o_.speed;
@@ -122,6 +122,20 @@ Simulator::Simulator(const Rgb& photo, const SimOptions& options) : o_(options) 
         std::lround(forward ? margin + slack + (a - min_a)
                             : extent_along - frame_along - margin - slack - (a - min_a)));
     path_.push_back(horizontal ? std::make_pair(pos, pc) : std::make_pair(pc, pos));
+  }
+  // The plain stretch: a wall of one colour across the middle of the path.
+  if (o_.plain > 0) {
+    const auto [x0, y0] = path_.front();
+    const auto [x1, y1] = path_.back();
+    const int mid = horizontal ? (x0 + x1 + fw) / 2 : (y0 + y1 + fh) / 2;
+    const int half = static_cast<int>(o_.plain * (horizontal ? fw : fh) / 2);
+    for (int y = 0; y < h_; ++y)
+      for (int x = 0; x < w_; ++x) {
+        const int a = horizontal ? x : y;
+        if (a < mid - half || a >= mid + half) continue;
+        const std::size_t i = static_cast<std::size_t>(y) * w_ + x;
+        y_[i] = 170, u_[i] = 120, v_[i] = 136;
+      }
   }
 }
 

@@ -24,7 +24,9 @@ struct SimOptions {
   int too_fast_at = -1;  // frame that jumps three strips at once
   int backward_at = -1;  // first frame of a backward stretch
   int backward_frames = 8;
-  int frames = 0;  // 0: as many as a full 180-degree sweep needs, with a margin
+  bool steady = false;  // every step exactly `speed` (else it varies by +-15 %)
+  double plain = 0;     // a plain stretch mid-sweep, this many frame widths long
+  int frames = 0;       // 0: as many as a full 180-degree sweep needs, with a margin
   std::uint64_t seed = 1;
   std::uint32_t format = ZMOS_FORMAT_NV21;
 };
@@ -41,6 +43,8 @@ class Simulator {
   Yuv420 Frame(int k) const;
   // Luma of the (scaled) photograph, for scoring.
   const std::vector<std::uint8_t>& luma() const { return y_; }
+  const std::vector<std::uint8_t>& cb() const { return u_; }
+  const std::vector<std::uint8_t>& cr() const { return v_; }
   int photo_width() const { return w_; }
   int photo_height() const { return h_; }
   double scale() const { return scale_; }

@@ -2,7 +2,9 @@
 // sweep since the last kept frame, and flags travel that is too fast or goes wrong.
 #include "src/select/frame_selector.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 
 #include "src/platform/wrap.h"
 #include "src/track/tracker.h"
@@ -212,13 +214,18 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   const bool vertical = s.lDirection == 2 || s.lDirection == 3;
   const std::int32_t gap = acc.n < 5 ? acc.n + 1 : 1;
   std::int32_t& along = vertical ? predicted[1] : predicted[0];
-  const bool forward = s.lDirection == 0 || s.lDirection == 2 ? along > 0 : along < 0;
-  // Too plain for the direct matcher, and no forward reading from the gradient matcher
-  // either: the prior of 0, or a step back read off the edge of a plain area.
-  const bool plain = coast != nullptr && policy.coast_through_plain_stretches && !forward &&
-                     lumivex::track::FlatAlongSweep(vertical ? 1 : 0);
-  const bool carry = plain && coast->known && coast->carried < kMaxCoastedFrames;
-  if (carry) along = static_cast<std::int32_t>(std::int64_t{coast->speed16} * gap / 16);
+  // Too plain for the direct matcher: the gradient matcher's reading stands only when it
+  // goes forward and agrees with the recent speed; the prior of 0, a step back read off
+  // the edge of a plain area, or a crawl read off a half-plain frame give way to it.
+  bool carry = false;
+  if (coast != nullptr && policy.coast_through_plain_stretches && coast->known &&
+      coast->carried < kMaxCoastedFrames && lumivex::track::FlatAlongSweep(vertical ? 1 : 0)) {
+    const auto expected = static_cast<std::int32_t>(std::int64_t{coast->speed16} * gap / 16);
+    const bool forward = s.lDirection == 0 || s.lDirection == 2 ? along > 0 : along < 0;
+    const std::int64_t off = std::abs(std::int64_t{along} - expected);
+    carry = !forward || off > std::max<std::int64_t>(4, std::abs(std::int64_t{expected}) / 4);
+    if (carry) along = expected;
+  }
   const std::int32_t last[2] = {s.lLastX, s.lLastY};
   const std::int32_t res = lumivex::track::RunRF(s.hTrackerRF, pFrame, predicted, last, policy);
   if (coast != nullptr) coast->carried = carry ? coast->carried + 1 : 0;

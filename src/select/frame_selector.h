@@ -46,7 +46,7 @@ struct Coasting {
   std::int32_t carried = 0;
   bool known = false;
 };
-inline constexpr std::int32_t kMaxCoastedFrames = 30;
+inline constexpr std::int32_t kMaxCoastedFrames = 60;
 
 // ZMOSFrameSelectorRunBySF_FS under the policy of the engine that runs it (the exported
 // function is always exact). *restarted tells that a too-fast frame became the new

@@ -21,17 +21,19 @@ namespace {
 constexpr double kMinStep = 0.8, kMaxStep = 1.25;
 // Strips on each side in the moving average of the log gains.
 constexpr std::int32_t kSmoothRadius = 2;
+// Lines left out at each cross edge of the first overlap.
+constexpr std::int32_t kFirstFrameMargin = 16;
 
 bool HorizontalSweep(std::int32_t direction) {
   return direction == 0 || direction == 1;
 }
 
-// Mean luma of a rectangle of plane 0 (every second sample each way is enough).
+// Mean luma of a rectangle of plane 0.
 double MeanLuma(const ZMOSIMAGE& img, const ZMOSRECT& r) {
   std::uint64_t sum = 0, count = 0;
-  for (std::int32_t y = std::max(r.lTop, 0); y < std::min(r.lBottom, img.lHeight); y += 2) {
+  for (std::int32_t y = std::max(r.lTop, 0); y < std::min(r.lBottom, img.lHeight); ++y) {
     const std::uint8_t* row = img.pPlane[0] + static_cast<std::ptrdiff_t>(y) * img.lPitch[0];
-    for (std::int32_t x = std::max(r.lLeft, 0); x < std::min(r.lRight, img.lWidth); x += 2) {
+    for (std::int32_t x = std::max(r.lLeft, 0); x < std::min(r.lRight, img.lWidth); ++x) {
       sum += row[x];
       ++count;
     }
@@ -70,8 +72,25 @@ void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
   // Log gain of each strip against the first frame.
   gains[0] = 0.0;
   for (std::int32_t i = 1; i < n; ++i) {
-    const double before = MeanLuma(canvas, s.pOverlapRects[i]);
-    const double after = MeanLuma(*s.pStrips, s.pStripRects[i]);
+    // Only lines both frames laid: inside the previous frame's cross extent (the first
+    // frame's is not recorded; a margin covers the hand's wander there).
+    const ZMOSRECT& ov = s.pOverlapRects[i];
+    const ZMOSRECT& prev = s.pOverlapRects[i - 1];
+    std::int32_t c0 = horizontal ? ov.lTop : ov.lLeft, c1 = horizontal ? ov.lBottom : ov.lRight;
+    const std::int32_t skip0 =
+        i > 1 ? std::max((horizontal ? prev.lTop : prev.lLeft) - c0, 0) : kFirstFrameMargin;
+    const std::int32_t skip1 =
+        i > 1 ? std::max(c1 - (horizontal ? prev.lBottom : prev.lRight), 0) : kFirstFrameMargin;
+    c0 += skip0;
+    c1 -= skip1;
+    const ZMOSRECT& st = s.pStripRects[i];
+    const ZMOSRECT in_canvas =
+        horizontal ? ZMOSRECT{ov.lLeft, c0, ov.lRight, c1} : ZMOSRECT{c0, ov.lTop, c1, ov.lBottom};
+    const ZMOSRECT in_strips =
+        horizontal ? ZMOSRECT{st.lLeft, st.lTop + skip0, st.lRight, st.lBottom - skip1}
+                   : ZMOSRECT{st.lLeft + skip0, st.lTop, st.lRight - skip1, st.lBottom};
+    const double before = MeanLuma(canvas, in_canvas);
+    const double after = MeanLuma(*s.pStrips, in_strips);
     double step = before > 8.0 && after > 8.0 ? before / after : 1.0;
     if (step < kMinStep || step > kMaxStep) step = 1.0;
     gains[i] = gains[i - 1] + std::log(step);

@@ -113,7 +113,8 @@ TEST_F(Cli, EvalScoresCompletionAndTracking) {
   if (!HavePhoto()) GTEST_SKIP() << "no photograph";
   ASSERT_EQ(Lumivex("demo -o '" + Path("demo") + "'").status, 0);
   const Outcome r = Lumivex("eval '" + photo_ + "' '" + Path("demo/panorama.jpg") +
-                            "' --sizes 640x480 --directions right,left --report-dir '" +
+                            "' --sizes 640x480 --directions right,left --cases hand-held "
+                            "--profiles quality --report-dir '" +
                             Path("report") + "' --json");
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_TRUE(fs::exists(Path("report/report.md")));
@@ -128,6 +129,22 @@ TEST_F(Cli, EvalScoresCompletionAndTracking) {
     EXPECT_LT(mean, 10.0) << entry;
   }
   EXPECT_EQ(scenarios, 4);
+
+  // The corrections side by side: every sweep the quality profile exists for completes.
+  const Outcome both = Lumivex("eval '" + photo_ + "' --cases corrections --report-dir '" +
+                               Path("both") + "' --json");
+  ASSERT_EQ(both.status, 0) << both.out;
+  int quality = 0;
+  for (std::size_t at = both.out.find("\"profile\": \"quality\""); at != std::string::npos;
+       at = both.out.find("\"profile\": \"quality\"", at + 1)) {
+    ++quality;
+    const std::string entry = both.out.substr(at, both.out.find('}', at) - at);
+    EXPECT_NE(entry.find("\"complete\": true"), std::string::npos) << entry;
+  }
+  EXPECT_EQ(quality, 6);
+  std::ifstream md(Path("both/report.md"));
+  const std::string report((std::istreambuf_iterator<char>(md)), std::istreambuf_iterator<char>());
+  EXPECT_NE(report.find("| result (exact) | result (quality) |"), std::string::npos);
 }
 
 std::uint32_t Crc32(const std::string& bytes) {
