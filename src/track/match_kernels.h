@@ -17,6 +17,12 @@ std::uint32_t SumAdjacentDiff(const std::uint32_t* a, std::int32_t m);
 // and 0 when none is below 0xFFFFFFFF.
 std::int32_t BestShift(const std::uint32_t* c, const std::uint32_t* r, std::int32_t max_offset,
                        std::int32_t m);
+// The two ways of computing it: every candidate summed in full, and each candidate dropped
+// once its partial sum reaches the best so far (the same answer, found sooner).
+std::int32_t BestShiftReference(const std::uint32_t* c, const std::uint32_t* r,
+                                std::int32_t max_offset, std::int32_t m);
+std::int32_t BestShiftEarlyExit(const std::uint32_t* c, const std::uint32_t* r,
+                                std::int32_t max_offset, std::int32_t m);
 
 }  // namespace lumivex::track
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lumivex/track.h"
+#include "src/track/match_kernels.h"
 #include "tests/support/test_support.h"
 
 namespace lumivex::track {
@@ -105,6 +106,37 @@ void Smooth(const std::uint32_t* in, std::int32_t len, std::vector<std::int32_t>
     const auto sum =
         static_cast<std::int32_t>(in[i - 2] + in[i - 1] + in[i] + in[i + 1] + in[i + 2]);
     (*out)[i] = static_cast<std::int32_t>(static_cast<float>(sum) / 5.0f + 0.5);
+  }
+}
+
+// The search that drops a candidate once its partial sum reaches the best gives the full
+// search's answer: near-ties, exact repeats, lengths around its chunk size, and sums that
+// wrap (where it must fall back to summing everything).
+TEST(Match, EarlyExitSearchIsBitExact) {
+  Rng rng(23);
+  for (int trial = 0; trial < 3000; ++trial) {
+    const int max_offset = rng.Range(0, 40), m = rng.Range(0, 70);
+    const int kind = trial % 4;
+    std::vector<std::uint32_t> c(m + 2 * max_offset + 1), r(c.size());
+    for (std::size_t i = 0; i < c.size(); ++i) {
+      switch (kind) {
+        case 0:  // small values: many equal sums
+          c[i] = rng.Range(0, 3), r[i] = rng.Range(0, 3);
+          break;
+        case 1:  // a periodic signal: exact repeats
+          c[i] = r[i] = static_cast<std::uint32_t>(1000 * (i % 7));
+          break;
+        case 2:  // large values: the sums wrap
+          c[i] = 0xF0000000u + rng.Range(0, 1 << 20), r[i] = rng.Range(0, 1 << 20);
+          break;
+        default:  // a projection-like signal
+          c[i] = 50000 + rng.Range(0, 20000), r[i] = 50000 + rng.Range(0, 20000);
+          break;
+      }
+    }
+    ASSERT_EQ(BestShiftEarlyExit(c.data(), r.data(), max_offset, m),
+              BestShiftReference(c.data(), r.data(), max_offset, m))
+        << "kind " << kind << " max " << max_offset << " m " << m;
   }
 }
 
