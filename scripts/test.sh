@@ -3,7 +3,9 @@
 #   native    release build
 #   reference release build with the reference kernels only (fast paths off)
 #   sanitize  AddressSanitizer + UndefinedBehaviorSanitizer, halting on the first error
-#   arm       32-bit ARM (arm-linux-gnueabihf) cross build, run under qemu-arm
+#   arm       32-bit ARM (armv7-a with NEON, as Android's armeabi-v7a) cross build, run
+#             under qemu-arm
+#   arm-noneon  the same for ARM cores without NEON
 #   fuzz      clang + libFuzzer: replays the stored corpora, then runs each fuzz target for
 #             LUMIVEX_FUZZ_SECONDS (default 30) on a scratch copy of its corpus
 # Prints one summary line per configuration and exits non-zero if any fails.
@@ -13,7 +15,7 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 configs=("$@")
-[[ ${#configs[@]} -gt 0 ]] || configs=(native reference sanitize arm fuzz)
+[[ ${#configs[@]} -gt 0 ]] || configs=(native reference sanitize arm arm-noneon fuzz)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 cmake_args() {
@@ -22,6 +24,8 @@ cmake_args() {
     reference) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_SIMD=OFF -DLUMIVEX_BUILD_TOOLS=OFF" ;;
     sanitize) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_SANITIZE=ON" ;;
     arm) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_BUILD_TOOLS=OFF" \
+              "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/arm-linux-gnueabihf.cmake" ;;
+    arm-noneon) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_BUILD_TOOLS=OFF -DLUMIVEX_ARM_NEON=OFF" \
               "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/arm-linux-gnueabihf.cmake" ;;
     fuzz) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_BUILD_FUZZ=ON -DLUMIVEX_BUILD_TESTS=OFF" \
                "-DLUMIVEX_BUILD_JNI=OFF -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++" ;;

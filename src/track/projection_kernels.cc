@@ -129,7 +129,8 @@ void ColumnSumsBlocked(std::int32_t width, std::int32_t rows, const std::uint8_t
 }
 
 ColumnSumsFn FastColumnSums() {
-#if defined(LUMIVEX_REFERENCE_KERNELS)
+  // The 16-bit blocks pay only where they vectorise: not on ARM without NEON.
+#if defined(LUMIVEX_REFERENCE_KERNELS) || (defined(__arm__) && !defined(__ARM_NEON))
   return SelectColumnSums(LumaBytes::kAll);
 #else
   return ColumnSumsBlocked;
