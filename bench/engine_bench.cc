@@ -9,10 +9,10 @@
 #include <memory>
 #include <vector>
 
+#include "bench/bench_scene.h"
 #include "lumivex/lumivex.h"
 #include "src/engine/sweep_stitcher.h"
 #include "src/platform/memory.h"
-#include "bench/bench_scene.h"
 
 namespace {
 

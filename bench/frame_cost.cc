@@ -35,9 +35,10 @@ __attribute__((noinline)) std::uint64_t ReadLuma(const ZMOSIMAGE& frame) {
 
 int main(int argc, char** argv) {
   if (argc < 5) {
-    std::fputs("usage: frame_cost setup|frames|floor|sweep|stitch WIDTH HEIGHT FRAMES "
-               "[exact|quality]\n",
-               stderr);
+    std::fputs(
+        "usage: frame_cost setup|frames|floor|sweep|stitch WIDTH HEIGHT FRAMES "
+        "[exact|quality]\n",
+        stderr);
     return 1;
   }
   const char* mode = argv[1];

@@ -7,7 +7,7 @@
 #             under qemu-arm
 #   arm-noneon  the same for ARM cores without NEON
 #   fuzz      clang + libFuzzer: replays the stored corpora, then runs each fuzz target for
-#             LUMIVEX_FUZZ_SECONDS (default 30) on a scratch copy of its corpus
+#             LUMIVEX_FUZZ_SECONDS (default 20) on a scratch copy of its corpus
 # Prints one summary line per configuration and exits non-zero if any fails.
 # Usage: scripts/test.sh [config...]
 set -uo pipefail
@@ -40,7 +40,7 @@ export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
 # ctest-style result line for the runs to the log. A finding fails the configuration; its
 # input is kept in $dir/fuzz-findings.
 fuzz_runs() {
-  local dir=$1 log=$2 seconds=${LUMIVEX_FUZZ_SECONDS:-30} total=0 failed=0
+  local dir=$1 log=$2 seconds=${LUMIVEX_FUZZ_SECONDS:-20} total=0 failed=0
   mkdir -p "$dir/fuzz-findings"
   for target in "$dir"/fuzz/*_fuzzer; do
     local name scratch
