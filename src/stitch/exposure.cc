@@ -30,25 +30,31 @@ bool HorizontalSweep(std::int32_t direction) {
 
 // Mean luma of a rectangle of plane 0.
 double MeanLuma(const ZMOSIMAGE& img, const ZMOSRECT& r) {
-  std::uint64_t sum = 0, count = 0;
-  for (std::int32_t y = std::max(r.lTop, 0); y < std::min(r.lBottom, img.lHeight); ++y) {
+  const std::int32_t x0 = std::max(r.lLeft, 0), x1 = std::min(r.lRight, img.lWidth);
+  const std::int32_t y0 = std::max(r.lTop, 0), y1 = std::min(r.lBottom, img.lHeight);
+  if (x0 >= x1 || y0 >= y1) return 0.0;
+  std::uint64_t sum = 0;
+  for (std::int32_t y = y0; y < y1; ++y) {
     const std::uint8_t* row = img.pPlane[0] + static_cast<std::ptrdiff_t>(y) * img.lPitch[0];
-    for (std::int32_t x = std::max(r.lLeft, 0); x < std::min(r.lRight, img.lWidth); ++x) {
-      sum += row[x];
-      ++count;
-    }
+    std::uint32_t line = 0;
+    for (std::int32_t x = x0; x < x1; ++x) line += row[x];
+    sum += line;
   }
-  return count > 0 ? static_cast<double>(sum) / static_cast<double>(count) : 0.0;
+  return static_cast<double>(sum) / (static_cast<double>(x1 - x0) * (y1 - y0));
 }
 
 void ScaleLuma(const ZMOSIMAGE& img, const ZMOSRECT& r, double gain) {
+  if (gain == 1.0) return;
   std::array<std::uint8_t, 256> lut{};
   for (int v = 0; v < 256; ++v)
     lut[v] = static_cast<std::uint8_t>(std::clamp(std::lround(v * gain), 0L, 255L));
-  for (std::int32_t y = std::max(r.lTop, 0); y < std::min(r.lBottom, img.lHeight); ++y) {
-    std::uint8_t* row = img.pPlane[0] + static_cast<std::ptrdiff_t>(y) * img.lPitch[0];
-    for (std::int32_t x = std::max(r.lLeft, 0); x < std::min(r.lRight, img.lWidth); ++x)
-      row[x] = lut[row[x]];
+  const std::int32_t x0 = std::max(r.lLeft, 0), x1 = std::min(r.lRight, img.lWidth);
+  const std::int32_t y0 = std::max(r.lTop, 0), y1 = std::min(r.lBottom, img.lHeight);
+  std::uint8_t* const plane = img.pPlane[0];
+  const std::ptrdiff_t pitch = img.lPitch[0];
+  for (std::int32_t y = y0; y < y1; ++y) {
+    std::uint8_t* row = plane + y * pitch;
+    for (std::int32_t x = x0; x < x1; ++x) row[x] = lut[row[x]];
   }
 }
 
