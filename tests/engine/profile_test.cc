@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lumivex/lumivex.h"
@@ -38,6 +39,20 @@ TEST(Profile, ChosenPerEngineBeforeTheFirstFrame) {
   ZMOS_UnInit(&b);
 }
 
+// An engine over its own work buffer, under a profile.
+struct ProfiledEngine {
+  std::vector<std::uint8_t> work;
+  ZMOSSWEEPSTITCHER* engine = nullptr;
+  std::int32_t init = -1;
+  ProfiledEngine(int w, int h, std::int32_t profile)
+      : work(lumivex::test::HandlerWorkBufferSize(w, h)) {
+    ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, w, h, w, h};
+    init = ZMOS_Init(&param, &engine);
+    if (init == 0) init = ZMOS_SetProfile(engine, profile);
+  }
+  ~ProfiledEngine() { ZMOS_UnInit(&engine); }
+};
+
 struct Outcome {
   std::int32_t end = 0;
   ZMOSIMAGE pano{};
@@ -47,12 +62,9 @@ struct Outcome {
 // A steady sweep of `step` pixels a frame over `scene`, stitched, under a profile.
 void Sweep(const ColourPlanes& scene, int direction, int step, int w, int h, int cross0,
            std::int32_t profile, Outcome* out, double (*gain)(int frame) = nullptr) {
-  out->work.assign(lumivex::test::HandlerWorkBufferSize(w, h), 0);
-  ZMOSSWEEPSTITCHER* engine = nullptr;
-  ZMOSINITPARAM param{
-      out->work.data(), static_cast<std::int32_t>(out->work.size()), 180, w, h, w, h};
-  ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
-  ASSERT_EQ(ZMOS_SetProfile(engine, profile), 0);
+  ProfiledEngine capture(w, h, profile);
+  ASSERT_EQ(capture.init, 0);
+  ZMOSSWEEPSTITCHER* engine = capture.engine;
   const bool horizontal = direction < 2;
   const int sign = direction % 2 == 0 ? 1 : -1;
   const int travel = 3 * w - (horizontal ? w : h);
@@ -75,7 +87,8 @@ void Sweep(const ColourPlanes& scene, int direction, int step, int w, int h, int
   }
   ASSERT_EQ(ZMOS_Stitch(engine, &out->pano, nullptr), 0);
   // The pixels stay in the work buffer, which this outcome keeps; the engine may go.
-  ZMOS_UnInit(&engine);
+  ZMOS_UnInit(&capture.engine);
+  out->work = std::move(capture.work);
 }
 
 // Whether the panorama's luma is a window of the scene, anywhere along the sweep and
@@ -146,12 +159,9 @@ TEST(Profile, DetectionLooksAtTheVerticalBandBeforeGivingUp) {
               static_cast<std::uint8_t>(level));
   }
   for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
-    std::vector<std::uint8_t> work(lumivex::test::HandlerWorkBufferSize(320, 240));
-    ZMOSSWEEPSTITCHER* engine = nullptr;
-    ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 320, 240, 320,
-                        240};
-    ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
-    ASSERT_EQ(ZMOS_SetProfile(engine, profile), 0);
+    ProfiledEngine capture(320, 240, profile);
+    ASSERT_EQ(capture.init, 0);
+    ZMOSSWEEPSTITCHER* engine = capture.engine;
     std::int32_t res = 0, kept = 0, angle = 0, direction = -1;
     for (int k = 0; k < 12 && res == 0 && direction < 0; ++k) {
       Frame frame(rows, 40, 600 - 4 * k, 320, 240);
@@ -166,7 +176,6 @@ TEST(Profile, DetectionLooksAtTheVerticalBandBeforeGivingUp) {
       EXPECT_EQ(res, 0);
       EXPECT_EQ(direction, 3);  // toward decreasing y
     }
-    ZMOS_UnInit(&engine);
   }
 }
 
@@ -208,12 +217,9 @@ TEST(Profile, TooFastFrameIsSurvived) {
   if (photo == nullptr) GTEST_SKIP() << "no test photograph";
   for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
     SCOPED_TRACE(testing::Message() << "profile " << profile);
-    std::vector<std::uint8_t> work(lumivex::test::HandlerWorkBufferSize(640, 480));
-    ZMOSSWEEPSTITCHER* engine = nullptr;
-    ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 640, 480, 640,
-                        480};
-    ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
-    ASSERT_EQ(ZMOS_SetProfile(engine, profile), 0);
+    ProfiledEngine capture(640, 480, profile);
+    ASSERT_EQ(capture.init, 0);
+    ZMOSSWEEPSTITCHER* engine = capture.engine;
     std::int32_t kept = 0, angle = 0;
     int x = 40, too_fast = 0, kept_after = 0, other = 0;
     for (int k = 0; k < 160 && angle < 180; ++k) {
@@ -241,7 +247,6 @@ TEST(Profile, TooFastFrameIsSurvived) {
       ASSERT_EQ(ZMOS_Stitch(engine, &pano, nullptr), 0);
       EXPECT_EQ(pano.lWidth, 1920);
     }
-    ZMOS_UnInit(&engine);
   }
 }
 
