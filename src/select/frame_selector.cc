@@ -235,7 +235,7 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   const std::int32_t status = Decide(s, acc, big_w >> 2, big_h >> 2);
   // The speed to carry comes from kept frames only: their travel is forward and passed
   // the minimum step, where a single frame's reading on half-plain content may not be.
-  if (coast != nullptr && status == ZMOS_SELECT_KEEP && acc.n > 0) {
+  if (coast != nullptr && status == ZMOS_SELECT_KEEP) {
     coast->speed16 = static_cast<std::int32_t>(std::int64_t{vertical ? acc.y : acc.x} * 16 / acc.n);
     coast->known = true;
   }

@@ -71,6 +71,11 @@ void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
     return;
   const bool horizontal = HorizontalSweep(s.lDirection);
   const bool forward = s.lDirection == 0 || s.lDirection == 2;
+  // Where a frame's strip begins along the sweep: the far edge of its overlap.
+  auto seam_of = [&](const ZMOSRECT& overlap) {
+    return forward ? (horizontal ? overlap.lRight : overlap.lBottom)
+                   : (horizontal ? overlap.lLeft : overlap.lTop);
+  };
   auto* gains =
       static_cast<double*>(MMemAlloc(s.hMemMgr, n * static_cast<std::int32_t>(sizeof(double))));
   if (gains == nullptr) return;
@@ -102,7 +107,7 @@ void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
     gains[i] = gains[i - 1] + std::log(step);
   }
   // The moving average, then each strip's region scaled: from its seam to the next one.
-  double smoothed_prev = 0.0;
+  double reference = 0.0;
   for (std::int32_t i = 0; i < n; ++i) {
     double total = 0.0;
     std::int32_t count = 0;
@@ -112,19 +117,13 @@ void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
     const double smoothed = total / count;
     // The first strip is the reference; its smoothed value shifts every other strip.
     if (i == 0) {
-      smoothed_prev = smoothed;
+      reference = smoothed;
       continue;
     }
-    const double gain = std::exp(smoothed - smoothed_prev);
+    const double gain = std::exp(smoothed - reference);
     const ZMOSRECT& ov = s.pOverlapRects[i];
-    const std::int32_t seam =
-        forward ? (horizontal ? ov.lRight : ov.lBottom) : (horizontal ? ov.lLeft : ov.lTop);
-    std::int32_t end = s.lContentEnd;
-    if (i + 1 < n) {
-      const ZMOSRECT& next = s.pOverlapRects[i + 1];
-      end = forward ? (horizontal ? next.lRight : next.lBottom)
-                    : (horizontal ? next.lLeft : next.lTop);
-    }
+    const std::int32_t seam = seam_of(ov);
+    const std::int32_t end = i + 1 < n ? seam_of(s.pOverlapRects[i + 1]) : s.lContentEnd;
     const std::int32_t a0 = std::min(seam, end), a1 = std::max(seam, end);
     const ZMOSRECT region =
         horizontal ? ZMOSRECT{a0, ov.lTop, a1, ov.lBottom} : ZMOSRECT{ov.lLeft, a0, ov.lRight, a1};
