@@ -1,6 +1,6 @@
 // Desktop host kit, test side: natives of com.velqor.camera.rvk.desktop.HostKit that let
-// the JVM tests read the panorama named by notification 2, run the engine directly on the
-// same frames for comparison, and reach the binding's corners.
+// the JVM tests run the engine directly on the same frames for comparison and reach the
+// binding's corners.
 #include <algorithm>
 #include <cstring>
 #include <vector>
@@ -22,31 +22,6 @@ jbyteArray ToArray(JNIEnv* env, const std::vector<std::uint8_t>& bytes) {
 }  // namespace
 
 extern "C" {
-
-// {width, height, luma pitch, chroma pitch, format} of the result bitmap, or null.
-LUMIVEX_API jintArray Java_com_velqor_camera_rvk_desktop_HostKit_resultInfo(JNIEnv* env, jclass,
-                                                                            jint key) {
-  const MBITMAP* b = FindResultBitmap(key);
-  if (b == nullptr) return nullptr;
-  const jint values[5] = {b->lWidth, b->lHeight, b->lPitch[0], b->lPitch[1],
-                          static_cast<jint>(b->dwPixelArrayFormat)};
-  jintArray out = env->NewIntArray(5);
-  if (out != nullptr) env->SetIntArrayRegion(out, 0, 5, values);
-  return out;
-}
-
-// The result bitmap's planes: luma (pitch x height), then chroma (pitch x height).
-LUMIVEX_API jbyteArray Java_com_velqor_camera_rvk_desktop_HostKit_resultPixels(JNIEnv* env, jclass,
-                                                                               jint key) {
-  const MBITMAP* b = FindResultBitmap(key);
-  if (b == nullptr) return nullptr;
-  std::vector<std::uint8_t> bytes;
-  for (int p = 0; p < 2; ++p) {
-    const std::uint8_t* plane = b->pPlane[p];
-    bytes.insert(bytes.end(), plane, plane + static_cast<std::size_t>(b->lPitch[p]) * b->lHeight);
-  }
-  return ToArray(env, bytes);
-}
 
 // Runs the engine directly on `count` NV21 frames as the handler would (selection and
 // preview per frame, stitch on the full angle, a failure or the last frame) and returns

@@ -42,6 +42,10 @@ LUMIVEX_API void _LOG2FILE(const char* szFormat, ...)
 typedef void (*MLogSink)(void* pUser, const char* szLine);
 LUMIVEX_API void MLogSetSink(MLogSink pfnSink, void* pUser);
 
+/* Turns the library's log lines off (0) or on (any other value, the default) for the
+ * whole process. Off, a line costs one load: nothing is formatted. */
+LUMIVEX_API void MLogSetEnabled(int32_t bEnabled);
+
 /* Platform bitmaps: a pixel format, the size, three pitches and three plane pointers. */
 enum {
   MPAF_GRAY8 = 0x64000000,

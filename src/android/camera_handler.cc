@@ -184,8 +184,8 @@ void Notify(CCamHandlerVideoRVK* h, std::int32_t msg, jobject bitmap) {
       jclass cls = env->FindClass("java/lang/Integer");
       if (cls == nullptr) break;
       jmethodID init = env->GetMethodID(cls, "<init>", "(I)V");
-      // Notification 2 carries the result bitmap's key (see README: the host passes it to
-      // the binding to reach the pixels); notification 3 the failure value 1.
+      // Notification 2 carries the result bitmap's token (RvkPanorama turns it into
+      // pixels); notification 3 the failure value 1.
       if (init != nullptr) data = env->NewObject(cls, init, msg == 2 ? h->lBitmapKey : 1);
       env->DeleteLocalRef(cls);
       break;
@@ -293,7 +293,14 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
   }
   h->jHost = env->NewGlobalRef(host);
   h->lKey = AddHandler(h);
-  h->lBitmapKey = h->lKey;
+  // Notification 2 names the panorama by ResultBitmap's address where an address fits in
+  // a Java int (32-bit targets), by the handler's key elsewhere. Either is only ever
+  // compared with live handlers, never dereferenced.
+  if constexpr (sizeof(void*) == sizeof(std::int32_t)) {
+    h->lBitmapKey = static_cast<std::int32_t>(reinterpret_cast<std::uintptr_t>(&h->ResultBitmap));
+  } else {
+    h->lBitmapKey = h->lKey;
+  }
   if (h->lKey == 0) {
     // No room in the handle table: the capture cannot be reached, so it is not made.
     ZMOS_UnInit(&h->hEngine);

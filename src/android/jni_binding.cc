@@ -167,21 +167,31 @@ void JNICALL JNI_SelectProfile(JNIEnv*, jclass, jint profile) {
   if (profile == ZMOS_PROFILE_EXACT || profile == ZMOS_PROFILE_QUALITY) g_capture_profile = profile;
 }
 
-// RvkProfile is optional: an app that does not ship the class keeps the exact profile.
+void JNICALL JNI_SetLogging(JNIEnv*, jclass, jboolean enabled) {
+  MLogSetEnabled(enabled ? 1 : 0);
+}
+
 void RegisterProfileFunctions(JNIEnv* env) {
-  jclass cls = env->FindClass("com/velqor/camera/rvk/RvkProfile");
+  static const JNINativeMethod kProfile = {const_cast<char*>("select"), const_cast<char*>("(I)V"),
+                                           reinterpret_cast<void*>(JNI_SelectProfile)};
+  static const JNINativeMethod kLog = {const_cast<char*>("setEnabled"), const_cast<char*>("(Z)V"),
+                                       reinterpret_cast<void*>(JNI_SetLogging)};
+  RegisterOptional(env, "com/velqor/camera/rvk/RvkProfile", &kProfile, 1);
+  RegisterOptional(env, "com/velqor/camera/rvk/RvkLog", &kLog, 1);
+}
+
+}  // namespace
+
+void RegisterOptional(JNIEnv* env, const char* class_name, const JNINativeMethod* methods,
+                      jint count) {
+  jclass cls = env->FindClass(class_name);
   if (cls == nullptr) {
     env->ExceptionClear();
     return;
   }
-  static const JNINativeMethod kMethods[] = {{const_cast<char*>("select"),
-                                              const_cast<char*>("(I)V"),
-                                              reinterpret_cast<void*>(JNI_SelectProfile)}};
-  if (env->RegisterNatives(cls, kMethods, 1) != 0) env->ExceptionClear();
+  if (env->RegisterNatives(cls, methods, count) != 0) env->ExceptionClear();
   env->DeleteLocalRef(cls);
 }
-
-}  // namespace
 
 std::int32_t CaptureProfile() {
   return g_capture_profile;
@@ -203,6 +213,7 @@ extern "C" LUMIVEX_API jint JNI_OnLoad(JavaVM* vm, void*) {
     return -1;
   }
   RegisterProfileFunctions(env);
+  RegisterPanoramaFunctions(env);
   _LOG2FILE("JNI_OnLoad --->");
   return 0x10004;
 }

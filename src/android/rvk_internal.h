@@ -36,6 +36,11 @@ jint JNI_ProccessRVK(JNIEnv* env, jclass clazz, jint handle, jbyteArray data, ji
 jint Register_VideoRVK_Functions(JavaVM* vm, JNIEnv* env);
 // The profile a capture starts with (RvkProfile.select; exact unless chosen).
 std::int32_t CaptureProfile();
+// Registers natives on an optional class: an app that does not ship it goes without.
+void RegisterOptional(JNIEnv* env, const char* class_name, const JNINativeMethod* methods,
+                      jint count);
+// RvkPanorama's natives, on a class of its own.
+void RegisterPanoramaFunctions(JNIEnv* env);
 // The virtual machine notifications fetch their environment from.
 void SetJavaVM(JavaVM* vm);
 

@@ -1,5 +1,6 @@
 // Log lines go to Android's log on Android and to stderr elsewhere, unless a host or
 // test installs its own sink.
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +15,8 @@ namespace {
 
 MLogSink g_sink = nullptr;
 void* g_sink_user = nullptr;
+// A camera app logs 20-odd lines a frame; release builds switch them off.
+std::atomic<bool> g_enabled{true};
 
 }  // namespace
 
@@ -24,8 +27,12 @@ void MLogSetSink(MLogSink pfnSink, void* pUser) {
   g_sink_user = pUser;
 }
 
+void MLogSetEnabled(int32_t bEnabled) {
+  g_enabled.store(bEnabled != 0, std::memory_order_relaxed);
+}
+
 void _LOG2FILE(const char* szFormat, ...) {
-  if (szFormat == nullptr) return;
+  if (szFormat == nullptr || !g_enabled.load(std::memory_order_relaxed)) return;
   // Long lines are truncated rather than allocated for: logging must not fail.
   char line[1024];
   va_list args;

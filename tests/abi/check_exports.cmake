@@ -12,7 +12,7 @@ foreach(line IN LISTS lines)
     if(kind STREQUAL "A")
       continue()  # version nodes
     endif()
-    if(NOT name MATCHES "^(ZMOS|ib(Alloc|Free)Align$|MMem|MLogSetSink$|_LOG2FILE$|JNI_|Java_|ComputeLumaDiffMap$|SearchSeamPath$|Blend[A-Za-z0-9]+$|DownSampleImage$|M[d]?Bitmap(Alloc|Free)$|ConvertCS$)")
+    if(NOT name MATCHES "^(ZMOS|ib(Alloc|Free)Align$|MMem|MLogSet(Sink|Enabled)$|_LOG2FILE$|JNI_|Java_|ComputeLumaDiffMap$|SearchSeamPath$|Blend[A-Za-z0-9]+$|DownSampleImage$|M[d]?Bitmap(Alloc|Free)$|ConvertCS$)")
       message(FATAL_ERROR "unexpected export: ${name}")
     endif()
     math(EXPR count "${count} + 1")

@@ -26,6 +26,16 @@ TEST(Log, FormatsLinesToTheSinkOrStderr) {
   testing::internal::CaptureStderr();
   _LOG2FILE("frame %d of %d", 3, 9);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "frame 3 of 9\n");
+
+  // Switched off, nothing reaches the sink or stderr until it is switched back on.
+  MLogSetSink(Collect, &lines);
+  MLogSetEnabled(0);
+  _LOG2FILE("dropped %d", 1);
+  MLogSetEnabled(1);
+  _LOG2FILE("kept %d", 2);
+  MLogSetSink(nullptr, nullptr);
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[3], "kept 2");
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 import android.graphics.Bitmap;
 import com.velqor.camera.rvk.MPanoInfo;
+import com.velqor.camera.rvk.RvkCaptureListener;
+import com.velqor.camera.rvk.RvkLog;
+import com.velqor.camera.rvk.RvkPanorama;
 import com.velqor.camera.rvk.RvkProfile;
 import com.velqor.camera.rvk.VideoRVK;
 import com.velqor.camera.rvk.desktop.HostKit;
@@ -8,6 +11,7 @@ import java.io.FileInputStream;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 
 /**
@@ -80,24 +84,39 @@ public final class RvkCaptureTest {
     return c == -1 && sb.length() == 0 ? null : sb.toString();
   }
 
-  /** The handler's panorama: luma rows equal, chroma row i equal to the reference's i / 2. */
-  private static boolean sameAsReference(int key, byte[] reference) {
-    int[] info = HostKit.resultInfo(key);
-    byte[] pixels = HostKit.resultPixels(key);
-    if (info == null || pixels == null || reference == null) return false;
+  /** The panorama as the host reads it (standard NV21) equals the engine's own stitch. */
+  private static boolean sameAsReference(Object token, byte[] reference) {
+    RvkPanorama pano = RvkPanorama.from(token);
+    byte[] nv21 = pano != null ? pano.toNv21() : null;
+    if (nv21 == null || reference == null) return false;
     ByteBuffer ref = ByteBuffer.wrap(reference);
     int w = ref.getInt(), h = ref.getInt();
-    if (info[0] != w || info[1] != h || info[4] != 0x70001002) {
-      System.out.println("  result " + info[0] + "x" + info[1] + " format 0x" + Integer.toHexString(info[4])
-          + ", reference " + w + "x" + h);
+    if (pano.width != w || pano.height != h) {
+      System.out.println("  result " + pano.width + "x" + pano.height + ", reference " + w + "x" + h);
       return false;
     }
-    int lumaPitch = info[2], chromaPitch = info[3];
-    for (int y = 0; y < h; y++) {
-      for (int x = 0; x < w; x++) {
-        if (pixels[y * lumaPitch + x] != reference[8 + y * w + x]) return false;
-        byte chroma = pixels[lumaPitch * h + y * chromaPitch + x];
-        if (chroma != reference[8 + w * h + (y / 2) * w + x]) return false;
+    return Arrays.equals(nv21, Arrays.copyOfRange(reference, 8, reference.length));
+  }
+
+  /** The ARGB_8888 bitmap: the panorama's size, and pixels from the BT.601 formula (+-1). */
+  private static boolean bitmapMatches(RvkPanorama pano) {
+    Bitmap b = pano.toBitmap();
+    byte[] nv21 = pano.toNv21();
+    if (b == null || b.getConfig() != Bitmap.Config.ARGB_8888 || b.getWidth() != pano.width
+        || b.getHeight() != pano.height) return false;
+    byte[] px = b.getPixelBytes();
+    int w = pano.width;
+    for (int y = 0; y < pano.height; y += 7) {
+      for (int x = 0; x < w; x += 5) {
+        int yy = nv21[y * w + x] & 0xFF;
+        int at = w * pano.height + (y / 2) * w + (x & ~1);
+        double v = (nv21[at] & 0xFF) - 128.0, u = (nv21[at + 1] & 0xFF) - 128.0;
+        double[] rgb = {yy + 1.402 * v, yy - 0.344136 * u - 0.714136 * v, yy + 1.772 * u};
+        for (int c = 0; c < 3; c++) {
+          long want = Math.max(0, Math.min(255, Math.round(rgb[c])));
+          if (Math.abs((px[4 * (y * w + x) + c] & 0xFF) - want) > 1) return false;
+        }
+        if (px[4 * (y * w + x) + 3] != (byte) 255) return false;
       }
     }
     return true;
@@ -144,22 +163,39 @@ public final class RvkCaptureTest {
     Integer resultKey = (Integer) rec.last(2);
     check(resultKey != null && sameAsReference(resultKey,
             HostKit.stitchReference(concat(frames, processed), processed, width, height)),
-        "the result's NV21 pixels are what ZMOS_Stitch gives for the same frames");
+        "the panorama's NV21 bytes are what ZMOS_Stitch gives for the same frames");
+    check(bitmapMatches(RvkPanorama.from(resultKey)), "the panorama as an ARGB_8888 Bitmap");
+    check(RvkPanorama.from(12345) == null && RvkPanorama.from("x") == null,
+        "a made-up token names no panorama");
     check(VideoRVK._ProcessRVK(key, frames.get(0), width, height) == 5, "a later frame returns 5");
     int before = rec.ids.size();
     HostKit.notifyRaw(key, 0x77);
     check(rec.ids.size() == before, "nothing reaches the host for an unknown id");
+    RvkPanorama kept = RvkPanorama.from(resultKey);
     check(VideoRVK._UninitRVK(key) == 0, "uninit returns 0");
     check(VideoRVK._ProcessRVK(key, frames.get(0), width, height) == 2, "a released handle returns 2");
+    check(RvkPanorama.from(resultKey) == null && kept.toNv21() == null && kept.toBitmap() == null,
+        "the panorama is gone with its capture");
 
     // The same sweep under the quality profile, chosen for captures started afterwards.
     RvkProfile.select(RvkProfile.QUALITY);
-    Recorder quality = new Recorder();
-    key = VideoRVK._InitRVK(null, new VideoRVK(quality), 30, width, height);
+    // Through the typed listener, with the library's logging switched off meanwhile.
+    RvkLog.setEnabled(false);
+    List<Object> typed = new ArrayList<>();
+    key = VideoRVK._InitRVK(null, new VideoRVK(new RvkCaptureListener() {
+      @Override public void onProgress(MPanoInfo info) { typed.add(info); }
+      @Override public void onPanorama(RvkPanorama panorama) { typed.add(panorama); }
+      @Override public void onFailure() { typed.add("failure"); }
+    }), 30, width, height);
     for (byte[] f : frames) {
-      if (VideoRVK._ProcessRVK(key, f, width, height) != 0 || quality.count(2) > 0) break;
+      if (VideoRVK._ProcessRVK(key, f, width, height) != 0
+          || (!typed.isEmpty() && typed.get(typed.size() - 1) instanceof RvkPanorama)) break;
     }
-    check(quality.count(2) == 1 && quality.count(3) == 0, "a quality capture delivers its result");
+    Object end = typed.isEmpty() ? null : typed.get(typed.size() - 1);
+    check(end instanceof RvkPanorama && ((RvkPanorama) end).toNv21() != null
+            && typed.get(0) instanceof MPanoInfo,
+        "a quality capture delivers progress and its panorama to a typed listener");
+    RvkLog.setEnabled(true);
     VideoRVK._UninitRVK(key);
     RvkProfile.select(7);  // ignored
     RvkProfile.select(RvkProfile.EXACT);
@@ -170,7 +206,7 @@ public final class RvkCaptureTest {
     VideoRVK._ProcessRVK(key, frames.get(0), width, height);
     check(VideoRVK._StopProcessRVK(key) == 0, "stop before a direction stitches");
     check(early.count(2) == 1 && early.count(1) == 0, "a result and no progress");
-    check(sameAsReference((Integer) early.last(2), HostKit.stitchReference(frames.get(0), 1, width, height)),
+    check(sameAsReference(early.last(2), HostKit.stitchReference(frames.get(0), 1, width, height)),
         "that result is the first frame");
     VideoRVK._UninitRVK(key);
 
@@ -214,7 +250,7 @@ public final class RvkCaptureTest {
     VideoRVK._UninitRVK(key);
 
     // maxNumber 31 is clamped like 0 (the log shows m_dwRVKMaxNumber=30 for both).
-    key = VideoRVK._InitRVK(null, new VideoRVK(null), 31, width, height);
+    key = VideoRVK._InitRVK(null, new VideoRVK((VideoRVK.Listener) null), 31, width, height);
     check(key != 0, "maxNumber 31 initialises");
     VideoRVK._UninitRVK(key);
 

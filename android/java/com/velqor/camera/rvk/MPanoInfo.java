@@ -7,7 +7,8 @@ public final class MPanoInfo {
   /** Travel since the direction was found, in preview pixels (y upwards). */
   public final int offsetX;
   public final int offsetY;
-  /** 1 left to right, 2 right to left, 4 top to bottom, 8 bottom to top, 0 unknown. */
+  /** One of the {@code VideoRVK.DIRECTION_*} tips: 1 left to right, 2 right to left, 4 top
+   * to bottom, 8 bottom to top, 0 unknown. */
   public final int direction;
   /** 1 when this frame was kept. */
   public final int kept;

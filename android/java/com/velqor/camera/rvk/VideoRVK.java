@@ -1,22 +1,42 @@
 package com.velqor.camera.rvk;
 
 import android.content.Context;
+import android.graphics.Bitmap;
 
 /**
  * The host side of the sweep-panorama binding. Frames go in through {@link #_ProcessRVK};
  * the engine answers through {@link #onNotify}:
  *
  * <ul>
- *   <li>1: progress, an {@link MPanoInfo};
- *   <li>2: capture succeeded, an {@code Integer} key naming the NV21 panorama bitmap;
- *   <li>3: capture failed, {@code Integer} 1;
- *   <li>4: the live preview, an {@code android.graphics.Bitmap} (RGB 565).
+ *   <li>{@link #MSG_PROGRESS}: an {@link MPanoInfo};
+ *   <li>{@link #MSG_CAPTURE_SUCCESS}: an {@code Integer} naming the panorama, which
+ *       {@link RvkPanorama#from} turns into NV21 bytes or a Bitmap;
+ *   <li>{@link #MSG_CAPTURE_FAILED}: {@code Integer} 1;
+ *   <li>{@link #MSG_PREVIEW}: the live preview, an {@code android.graphics.Bitmap} (RGB 565).
  * </ul>
+ *
+ * <p>Threading: call every method of a capture from one thread (the camera's preview
+ * callback thread, say); notifications arrive on that thread, inside the call that caused
+ * them. One capture at a time per process: the engine keeps process-wide state while it
+ * stitches, so start the next capture after {@link #_UninitRVK} of the previous one.
  */
 public class VideoRVK {
   static {
     System.loadLibrary("lumivex");
   }
+
+  /** Notification ids, the {@code msg} of {@link #onNotify}. */
+  public static final int MSG_PROGRESS = 1;
+  public static final int MSG_CAPTURE_SUCCESS = 2;
+  public static final int MSG_CAPTURE_FAILED = 3;
+  public static final int MSG_PREVIEW = 4;
+
+  /** Direction tips, {@link MPanoInfo#direction}. */
+  public static final int DIRECTION_UNKNOWN = 0;
+  public static final int DIRECTION_LEFT_TO_RIGHT = 1;
+  public static final int DIRECTION_RIGHT_TO_LEFT = 2;
+  public static final int DIRECTION_TOP_TO_BOTTOM = 4;
+  public static final int DIRECTION_BOTTOM_TO_TOP = 8;
 
   /** Receives the notifications of a capture. */
   public interface Listener {
@@ -27,6 +47,34 @@ public class VideoRVK {
 
   public VideoRVK(Listener listener) {
     this.listener = listener;
+  }
+
+  /** Delivers the notifications typed; unknown ids are ignored. */
+  public VideoRVK(RvkCaptureListener typed) {
+    this.listener = (msg, data) -> {
+      switch (msg) {
+        case MSG_PROGRESS:
+          if (data instanceof MPanoInfo) typed.onProgress((MPanoInfo) data);
+          break;
+        case MSG_CAPTURE_SUCCESS:
+          RvkPanorama panorama = RvkPanorama.from(data);
+          if (panorama != null) {
+            typed.onPanorama(panorama);
+          } else {
+            typed.onFailure();
+          }
+          break;
+        case MSG_CAPTURE_FAILED:
+          typed.onFailure();
+          break;
+        case MSG_PREVIEW:
+          if (data instanceof Bitmap) typed.onPreview((Bitmap) data);
+          break;
+        default:
+          break;
+      }
+      return 0;
+    };
   }
 
   /** Called by the native side, on the thread that called into it. */
