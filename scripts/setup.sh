@@ -8,6 +8,8 @@ packages=(
   googletest libgtest-dev libbenchmark-dev libjpeg-turbo-progs
   libpng-dev libjpeg62-turbo-dev pkgconf
   g++-arm-linux-gnueabihf qemu-user ffmpeg openjdk-17-jdk-headless
+  android-libnativehelper-dev android-platform-frameworks-native-headers android-liblog-dev
+  libc6-dev-arm64-cross libstdc++-12-dev-arm64-cross
 )
 
 missing=()

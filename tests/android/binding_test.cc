@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <type_traits>
 #include <vector>
 
 #include "src/android/rvk_internal.h"
@@ -19,7 +20,8 @@ jint NoJni14(JavaVM*, void** env, jint) {
 }
 
 TEST(Binding, LoadFailsWithoutJni14) {
-  JNIInvokeInterface_ table{};
+  // The JDK and AOSP name the table's type differently.
+  std::remove_const_t<std::remove_pointer_t<decltype(JavaVM::functions)>> table{};
   table.GetEnv = NoJni14;
   JavaVM vm;
   vm.functions = &table;
