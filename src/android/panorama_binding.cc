@@ -10,10 +10,14 @@
 namespace lumivex::android {
 namespace {
 
+// Bytes of one NV21 VU row: the width rounded up to whole pairs.
+std::int64_t ChromaRow(std::int32_t width) {
+  return (std::int64_t{width} + 1) & ~std::int64_t{1};
+}
+
 // The result stores one VU row per luma row; standard NV21 keeps every other one.
 std::int64_t Nv21Bytes(const MBITMAP& b) {
-  const std::int64_t chroma_row = (std::int64_t{b.lWidth} + 1) & ~std::int64_t{1};
-  return std::int64_t{b.lWidth} * b.lHeight + chroma_row * ((b.lHeight + 1) / 2);
+  return std::int64_t{b.lWidth} * b.lHeight + ChromaRow(b.lWidth) * ((b.lHeight + 1) / 2);
 }
 
 jintArray JNICALL JNI_PanoramaSize(JNIEnv* env, jclass, jint token) {
@@ -33,7 +37,7 @@ jbyteArray JNICALL JNI_PanoramaNv21(JNIEnv* env, jclass, jint token) {
   jbyteArray out = env->NewByteArray(static_cast<jsize>(bytes));
   if (out == nullptr) return nullptr;  // OutOfMemoryError is pending for the caller
   const std::int32_t w = b->lWidth;
-  const std::int32_t chroma_row = static_cast<std::int32_t>((std::int64_t{w} + 1) & ~1);
+  const auto chroma_row = static_cast<std::int32_t>(ChromaRow(w));
   jsize at = 0;
   for (std::int32_t y = 0; y < b->lHeight; ++y, at += w)
     env->SetByteArrayRegion(
