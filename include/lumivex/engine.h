@@ -42,6 +42,16 @@ typedef int32_t (*ZMOSPROGRESSCALLBACK)(int32_t lProgress, void* pUserData);
 /* Engine API. */
 LUMIVEX_API int32_t ZMOS_GetVersion(ZMOSVERSION* pVersion);
 LUMIVEX_API int32_t ZMOS_Init(const ZMOSINITPARAM* pParam, ZMOSSWEEPSTITCHER** phEngine);
+/* The work buffer (lWorkBufferSize) one capture of lFrameWidth x lFrameHeight frames needs
+ * at lMaxAngle degrees: exactly the bytes the engine holds at its fullest, in either sweep
+ * direction, portrait or landscape, either profile, for any start address of the buffer.
+ * Assumes what the Android host does: the frame is also the tracking image, and it is
+ * NV21 with a preview (ZMOS_UpdateUIImage) of scale 6 or more in any preview format, or
+ * I420 without one. Writes *plSize and returns 0; returns 2 for a null plSize or a
+ * geometry the engine cannot run (odd or non-positive sizes, an angle or width too small
+ * for one step, more than 2 GiB). With less, a capture can end with 4. */
+LUMIVEX_API int32_t ZMOS_GetWorkBufferSize(int32_t lFrameWidth, int32_t lFrameHeight,
+                                           int32_t lMaxAngle, int32_t* plSize);
 /* One preview frame: pFrame is the full frame, pTrackFrame the image motion is tracked on
  * (the frame itself, or a smaller copy). Outputs: plOffset (x, y) the sweep's travel in
  * tracking-image pixels (y negated), *plKeptCount incremented when the frame was kept,

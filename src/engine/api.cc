@@ -39,6 +39,15 @@ int32_t ZMOS_Init(const ZMOSINITPARAM* pParam, ZMOSSWEEPSTITCHER** phEngine) {
   return ZMOSCreateSweepStitcher_SWT(phEngine, &swt, 1, nullptr);
 }
 
+int32_t ZMOS_GetWorkBufferSize(int32_t lFrameWidth, int32_t lFrameHeight, int32_t lMaxAngle,
+                               int32_t* plSize) {
+  if (plSize == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  const std::int64_t bytes = lumivex::engine::WorkBufferBytes(lFrameWidth, lFrameHeight, lMaxAngle);
+  if (bytes < 0 || bytes > INT32_MAX) return ZMOS_ERR_INVALID_PARAM;
+  *plSize = static_cast<std::int32_t>(bytes);
+  return ZMOS_OK;
+}
+
 int32_t ZMOS_SelectFrames(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame,
                           const ZMOSIMAGE* pTrackFrame, int32_t* plOffset, int32_t* plKeptCount,
                           int32_t* plDirectionFlags, int32_t* plAngle) {

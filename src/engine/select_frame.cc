@@ -2,11 +2,14 @@
 // that finds it, then keeps frames as the frame selector decides, adds them to the
 // canvas, watches for drift and motion on the wrong axis, and decides when the sweep
 // is complete.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
 #include "src/engine/profile.h"
 #include "src/engine/sweep_stitcher.h"
+#include "src/image/image_internal.h"
+#include "src/platform/memory.h"
 #include "src/platform/wrap.h"
 #include "src/select/frame_selector.h"
 #include "src/stitch/direct_stitcher.h"
@@ -18,11 +21,26 @@ namespace {
 // The last scaled direction-detection offsets; recorded for diagnosis only.
 std::int32_t g_DetectX = 0, g_DetectY = 0;
 
+constexpr std::int32_t StepFor(std::int32_t w) {
+  return w * 14 / 1280;
+}
+
+constexpr std::int32_t StripFor(std::int32_t w) {
+  return (w * 120 / 1280) & ~1;
+}
+
+// Canvas length along a one-band sweep: three frame widths for 180 degrees, the frame
+// width also for vertical sweeps.
+std::int32_t SweepLength(std::int32_t frame_width, std::int32_t max_angle) {
+  const auto f = static_cast<float>(max_angle * 6.0 / 360.0);
+  return static_cast<std::int32_t>(static_cast<float>(frame_width) * f) & ~3;
+}
+
 void Derive(ZMOSSWEEPSTITCHER& s, std::int32_t w) {
   s.lMaxStep = w / 5;
   s.lDirThreshold = w / 32;
-  s.lStep = w * 14 / 1280;
-  s.lStripWidth = (w * 120 / 1280) & ~1;
+  s.lStep = StepFor(w);
+  s.lStripWidth = StripFor(w);
   s.bDerived = 1;
 }
 
@@ -77,9 +95,7 @@ std::int32_t LayOut(ZMOSSWEEPSTITCHER& s) {
   const std::int32_t n = s.lBandCount;
   std::int32_t length = 0;
   if (n == 1) {
-    // Three frame widths for 180 degrees, the frame width also for vertical sweeps.
-    const auto f = static_cast<float>(s.lMaxAngle * 6.0 / 360.0);
-    length = static_cast<std::int32_t>(static_cast<float>(s.lFrameWidth) * f) & ~3;
+    length = SweepLength(s.lFrameWidth, s.lMaxAngle);
   } else if (horizontal) {
     length = static_cast<std::int32_t>(
                  static_cast<double>(static_cast<float>(s.lFrameWidth) * 2.6f) + 0.5) &
@@ -197,6 +213,63 @@ std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx,
 }
 
 }  // namespace
+// The work buffer one capture needs: everything a one-band sweep holds while its stitch
+// blends an overlap, which is its fullest. The frame is both image and tracking image, as
+// the Android host feeds it: NV21 with a preview at the host's scale of 6 in the largest
+// preview format, or I420, which has no preview. The worst of both formats and both axes,
+// since the direction is known only later; -1 when the engine cannot run that geometry.
+std::int64_t WorkBufferBytes(std::int32_t width, std::int32_t height, std::int32_t max_angle) {
+  if (width <= 0 || height <= 0 || (width & 1) || (height & 1)) return -1;
+  const std::int32_t length = SweepLength(width, max_angle);
+  const std::int32_t step = StepFor(width);
+  const std::int32_t strip = StripFor(width);
+  if (length <= 0 || step <= 0) return -1;
+  const std::int32_t capacity = length / step;
+  // Every kept frame after the first has travelled more than a step, and the frame that
+  // reaches the sweep's length is the last: no more strips than that are ever blended.
+  const std::int32_t strips = std::min(capacity, length / (step + 1) + 2);
+  constexpr std::int32_t kPreviewScale = 6;
+  const std::int64_t fixed[] = {
+      platform::ManagerOverheadBytes(),
+      platform::BlockBytes(sizeof(ZMOSSWEEPSTITCHER)),
+      platform::BlockBytes(sizeof(ZMOSIMAGE*)),    // result images, one band
+      platform::BlockBytes(sizeof(std::int32_t)),  // strip positions
+      track::TrackerBytes(width, height, 4, 4),    // direction detection
+      platform::BlockBytes(sizeof(ZMOSFRAMESELECTOR)),
+      platform::BlockBytes(sizeof(ZMOSDIRECTSTITCHER*)),
+      track::TrackerBytes(width, height, 1, 1),  // the selector's reference tracker
+      track::TrackerBytes(width, height, 4, 4),  // and its frame-to-frame one
+  };
+  std::int64_t total = 0;
+  for (const std::int64_t b : fixed) {
+    if (b < 0) return -1;
+    total += b;
+  }
+  std::int64_t worst = -1;
+  for (const std::uint32_t format : {ZMOS_FORMAT_NV21, ZMOS_FORMAT_I420}) {
+    const std::int64_t first_frame = image::ImageBytes(width, height, format);
+    for (const bool horizontal : {true, false}) {
+      const std::int32_t pano_w = horizontal ? length : width;
+      const std::int32_t pano_h = horizontal ? height : length;
+      std::int64_t preview = 0;
+      if (format == ZMOS_FORMAT_NV21) {
+        for (const std::uint32_t ui : {0x501u, 0x801u, 0x802u})
+          preview = std::max(preview, image::ImageBytes((pano_w / kPreviewScale) & ~1,
+                                                        (pano_h / kPreviewScale) & ~1, ui));
+      }
+      const std::int64_t canvas = stitch::DirectStitcherBytes(pano_w, pano_h, format, capacity);
+      // A kept frame overlaps the one before by half its travel, which the selector caps
+      // at one strip (ten pixels less on vertical sweeps).
+      const std::int32_t overlap = ((horizontal ? strip : strip - 10) / 2) & ~1;
+      const std::int64_t scratch = stitch::StitchScratchBytes(
+          horizontal, format == ZMOS_FORMAT_NV21, overlap, horizontal ? height : width, strips);
+      if (first_frame < 0 || preview < 0 || canvas < 0 || scratch < 0) return -1;
+      worst = std::max(worst, first_frame + canvas + preview + scratch);
+    }
+  }
+  return total + worst;
+}
+
 }  // namespace lumivex::engine
 
 using namespace lumivex::engine;

@@ -65,6 +65,10 @@ struct WrongAxisSums {
 };
 extern WrongAxisSums g_WrongAxis;
 
+// Bytes of work buffer one capture of that frame size and angle needs; -1 when the
+// engine cannot run it.
+std::int64_t WorkBufferBytes(std::int32_t width, std::int32_t height, std::int32_t max_angle);
+
 constexpr bool IsHorizontal(std::int32_t direction) {
   return direction == 0 || direction == 1;
 }

@@ -5,6 +5,7 @@
 #include "lumivex/image.h"
 #include "src/image/format.h"
 #include "src/image/image_internal.h"
+#include "src/platform/memory.h"
 
 namespace lumivex::image {
 
@@ -51,6 +52,22 @@ bool RectFits(const ZMOSRECT& rect, const ZMOSIMAGE& image) {
   return w <= image.lWidth && h <= image.lHeight;
 }
 
+std::int64_t AlignedRequest(std::int32_t size) {
+  return std::int64_t{size} + static_cast<std::int64_t>(sizeof(void*)) + (size < 4096 ? 32 : 64);
+}
+
+std::int64_t ImageBytes(std::int32_t width, std::int32_t height, std::uint32_t format) {
+  ZMOSIMAGE layout{};
+  std::int32_t rows[3];
+  if (PlaneLayout(&layout, width, height, format, rows) != 0) return -1;
+  std::int64_t size = 0;
+  for (int p = 0; p < 3; ++p) size += std::int64_t{layout.lPitch[p]} * rows[p];
+  if (size > std::numeric_limits<std::int32_t>::max()) return -1;
+  const std::int64_t record = platform::BlockBytes(sizeof(ZMOSIMAGE));
+  const std::int64_t planes = platform::BlockBytes(AlignedRequest(static_cast<std::int32_t>(size)));
+  return planes < 0 ? -1 : record + planes;
+}
+
 }  // namespace lumivex::image
 
 using namespace lumivex::image;
@@ -62,8 +79,7 @@ void* ibAllocAlign(MHandle hMemMgr, int32_t lSize) {
   // The word below the block keeps the raw address; on 32-bit targets this asks for
   // size + 4 + slack and returns (raw + 36) rounded down to a multiple of 32.
   constexpr std::int64_t kKeep = sizeof(void*);
-  const std::int64_t slack = lSize < 4096 ? 32 : 64;
-  const std::int64_t request = std::int64_t{lSize} + kKeep + slack;
+  const std::int64_t request = AlignedRequest(lSize);
   if (request > std::numeric_limits<std::int32_t>::max()) return nullptr;
   void* raw = MMemAlloc(hMemMgr, static_cast<std::int32_t>(request));
   if (raw == nullptr) return nullptr;

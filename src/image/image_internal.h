@@ -14,6 +14,12 @@ namespace lumivex::image {
 std::int32_t PlaneLayout(ZMOSIMAGE* image, std::int32_t width, std::int32_t height,
                          std::uint32_t format, std::int32_t rows[3]);
 
+// What ibAllocAlign asks the memory manager for to return `size` aligned bytes.
+std::int64_t AlignedRequest(std::int32_t size);
+// Bytes ZMOSCreateImage_AOD takes from a work buffer for that geometry; -1 when it cannot
+// create the image.
+std::int64_t ImageBytes(std::int32_t width, std::int32_t height, std::uint32_t format);
+
 // Row counts and plane count of an existing image, from its format and height. The
 // count is 1 for an unsupported format (result 3).
 std::int32_t PlaneHeights(const ZMOSIMAGE* image, std::int32_t rows[3], std::int32_t* count);

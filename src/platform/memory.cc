@@ -118,12 +118,16 @@ void ReplaceLink(Arena* a, Tag* old_node, Tag* new_node) {
   if (links.next != nullptr) Links(links.next)->prev = new_node;
 }
 
+std::size_t BlockFor(std::size_t size) {
+  const std::size_t need = AlignUp(size + kTag);
+  return need < kMinBlock ? kMinBlock : need;
+}
+
 void* ArenaAlloc(Arena* a, std::int32_t size) {
   const auto capacity =
       static_cast<std::size_t>(reinterpret_cast<std::uint8_t*>(a->sentinel) - a->begin);
   if (static_cast<std::size_t>(size) > capacity) return nullptr;
-  std::size_t need = AlignUp(static_cast<std::size_t>(size) + kTag);
-  if (need < kMinBlock) need = kMinBlock;
+  const std::size_t need = BlockFor(static_cast<std::size_t>(size));
   for (Tag* t = a->free_head; t != nullptr; t = Links(t)->next) {
     const std::size_t have = SizeOf(t);
     if (have < need) continue;
@@ -182,6 +186,17 @@ void ArenaFree(Arena* a, void* p) {
 NewArenaHook g_new_arena_hook = nullptr;
 
 }  // namespace
+
+std::int64_t BlockBytes(std::int64_t size) {
+  if (size < 0 || size > INT32_MAX) return -1;
+  return static_cast<std::int64_t>(BlockFor(static_cast<std::size_t>(size)));
+}
+
+std::int64_t ManagerOverheadBytes() {
+  // The arena record, the closing sentinel, and up to kAlign - 1 bytes before the first
+  // aligned address.
+  return static_cast<std::int64_t>(AlignUp(sizeof(Arena)) + kTag + kAlign - 1);
+}
 
 void SetNewArenaHook(NewArenaHook hook) {
   g_new_arena_hook = hook;

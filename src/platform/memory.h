@@ -3,6 +3,7 @@
 #define LUMIVEX_SRC_PLATFORM_MEMORY_H_
 
 #include <cstddef>
+#include <cstdint>
 
 #include "lumivex/platform.h"
 
@@ -20,6 +21,12 @@ struct MemStats {
 // Walks every block and checks the boundary tags and the free list against each
 // other. Returns false (and leaves `stats` partly filled) on any inconsistency.
 bool CheckHeap(MHandle mgr, MemStats* stats);
+
+// Bytes a request of `size` takes from a work buffer (header and rounding included), and
+// the bytes a work buffer loses to the manager itself when its start has the worst
+// alignment. Sizing functions add these up; -1 for a request no buffer can meet.
+std::int64_t BlockBytes(std::int64_t size);
+std::int64_t ManagerOverheadBytes();
 
 // Called with every manager MMemMgrCreate lays: whatever the process kept from an earlier
 // manager at that address lived in bytes the new one has just overwritten.

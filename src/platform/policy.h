@@ -29,13 +29,16 @@ struct Policy {
   // Strips are brought to the first frame's exposure before they are blended, so a phone
   // that adjusts exposure while panning leaves no bands.
   bool equalize_exposure = false;
+  // A finishing pass short of memory fails the stitch with 4, instead of leaving the rest
+  // of the seams unblended in a panorama reported as good.
+  bool report_unblended_seams = false;
 
   // Smallest sweep-axis shift for which the cross-axis projection is moved.
   constexpr std::int32_t MinCompensatedShift() const { return compensate_small_shifts ? 1 : 11; }
 };
 
 inline constexpr Policy kExactPolicy{};
-inline constexpr Policy kQualityPolicy{true, true, true, true, true, true};
+inline constexpr Policy kQualityPolicy{true, true, true, true, true, true, true};
 
 }  // namespace lumivex
 

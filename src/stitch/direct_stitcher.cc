@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "src/image/image_internal.h"
+#include "src/platform/memory.h"
 #include "src/platform/wrap.h"
 #include "src/stitch/blend_internal.h"
 #include "src/stitch/exposure.h"
@@ -150,6 +152,51 @@ std::int32_t AddLater(ZMOSDIRECTSTITCHER& s, const Axes& axes, const ZMOSIMAGE& 
 using namespace lumivex::stitch;
 using lumivex::W32;
 
+namespace lumivex::stitch {
+namespace {
+
+bool CapacityFits(std::int32_t capacity) {
+  return capacity >= 1 && capacity <= INT32_MAX / (2 * static_cast<std::int32_t>(sizeof(ZMOSRECT)));
+}
+
+}  // namespace
+
+// Mirrors ZMOSCreateDirectImageStitcher_DIS: the record, the rectangles, canvas and strips.
+std::int64_t DirectStitcherBytes(std::int32_t width, std::int32_t height, std::uint32_t format,
+                                 std::int32_t capacity) {
+  if (!CapacityFits(capacity)) return -1;
+  const std::int64_t image = image::ImageBytes(width, height, format);
+  if (image < 0) return -1;
+  return platform::BlockBytes(sizeof(ZMOSDIRECTSTITCHER)) +
+         platform::BlockBytes(2 * std::int64_t{capacity} * std::int64_t{sizeof(ZMOSRECT)}) +
+         2 * image;
+}
+
+// What the finishing pass takes at once on top of the stitcher: one overlap's blend
+// tables, seam path and difference map (the seam search never runs there, since each
+// table is as wide as its own overlap), or the quality profile's per-strip gains, which
+// are freed before the blends begin.
+std::int64_t StitchScratchBytes(bool horizontal, bool interleaved, std::int32_t overlap,
+                                std::int32_t cross, std::int32_t strips) {
+  if (overlap < 1 || cross < 1) return 0;
+  // Left to right the map has a row of the overlap's width per cross row and one more;
+  // top to bottom a row of the cross width per overlap row and one more.
+  const std::int64_t map =
+      horizontal ? std::int64_t{overlap} * (cross + 1) : std::int64_t{cross} * (overlap + 1);
+  // The chroma pass adds its own table while the luma's scratch is still held: as many
+  // weights as chroma bytes across the overlap (interleaved, or a plane's half width), or
+  // as chroma rows along it.
+  const std::int32_t chroma = (horizontal && interleaved ? overlap : overlap / 2) & ~1;
+  const std::int64_t blend = platform::BlockBytes(4 * std::int64_t{overlap}) +
+                             platform::BlockBytes(4 * (std::int64_t{cross} + 1)) +
+                             platform::BlockBytes(map) +
+                             platform::BlockBytes(4 * std::int64_t{chroma});
+  const std::int64_t gains = platform::BlockBytes(std::int64_t{strips} * sizeof(double));
+  return blend < 0 || gains < 0 ? -1 : std::max(blend, gains);
+}
+
+}  // namespace lumivex::stitch
+
 extern "C" {
 
 int32_t ZMOSCreateDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher, int32_t lWidth,
@@ -157,8 +204,7 @@ int32_t ZMOSCreateDirectImageStitcher_DIS(ZMOSDIRECTSTITCHER** phStitcher, int32
                                           int32_t lCapacity, MHandle hMemMgr) {
   if (phStitcher == nullptr) return ZMOS_ERR_INVALID_PARAM;
   *phStitcher = nullptr;
-  if (lCapacity < 1 || lCapacity > INT32_MAX / (2 * static_cast<std::int32_t>(sizeof(ZMOSRECT))))
-    return ZMOS_ERR_INVALID_PARAM;
+  if (!CapacityFits(lCapacity)) return ZMOS_ERR_INVALID_PARAM;
   auto* s = static_cast<ZMOSDIRECTSTITCHER*>(MMemAlloc(hMemMgr, sizeof(ZMOSDIRECTSTITCHER)));
   if (s == nullptr) return ZMOS_ERR_NO_MEMORY;
   MMemSet(s, 0, sizeof(ZMOSDIRECTSTITCHER));
@@ -226,7 +272,10 @@ std::int32_t lumivex::stitch::StitchBlend(ZMOSDIRECTSTITCHER* hStitcher, const P
   if (hStitcher == nullptr) return ZMOS_ERR_INVALID_PARAM;
   ZMOSDIRECTSTITCHER& s = *hStitcher;
   if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr) return ZMOS_OK;
-  if (policy.equalize_exposure) EqualizeExposure(s);
+  if (policy.equalize_exposure) {
+    const std::int32_t res = EqualizeExposure(s);
+    if (res != 0 && policy.report_unblended_seams) return res;
+  }
   const std::int32_t d = s.lDirection;
   for (std::int32_t i = 1; i < s.lCount; ++i) {
     // The new frame's strip lies after the overlap along the sweep.
@@ -236,6 +285,7 @@ std::int32_t lumivex::stitch::StitchBlend(ZMOSDIRECTSTITCHER* hStitcher, const P
                          : ZMOSBlendImageOddT2B_AME(s.pCanvas, &s.pOverlapRects[i], s.pStrips,
                                                     &s.pStripRects[i], d == 2 ? 1 : 0, s.hMemMgr);
     // A failed blend leaves the later overlaps unblended, without an error.
+    if (res == ZMOS_ERR_NO_MEMORY && policy.report_unblended_seams) return res;
     if (res != 0) break;
   }
   return ZMOS_OK;

@@ -38,6 +38,15 @@ namespace lumivex::stitch {
 std::int32_t AddImage(ZMOSDIRECTSTITCHER* stitcher, const ZMOSIMAGE* frame,
                       const std::int32_t* offset, std::int32_t overlap, std::int32_t seam,
                       std::int32_t strip_length, std::int32_t last, const Policy& policy);
+// Bytes ZMOSCreateDirectImageStitcher_DIS takes from a work buffer; -1 when it cannot
+// create the stitcher.
+std::int64_t DirectStitcherBytes(std::int32_t width, std::int32_t height, std::uint32_t format,
+                                 std::int32_t capacity);
+// The most the finishing pass allocates at once beyond the stitcher, in either profile,
+// for overlaps of at most `overlap` along the sweep and `cross` across it, `strips`
+// strips, and interleaved (NV21) or planar (I420) chroma.
+std::int64_t StitchScratchBytes(bool horizontal, bool interleaved, std::int32_t overlap,
+                                std::int32_t cross, std::int32_t strips);
 // ZMOSStitchBlendImage_DIS under the policy of the engine that runs it.
 std::int32_t StitchBlend(ZMOSDIRECTSTITCHER* stitcher, const Policy& policy);
 

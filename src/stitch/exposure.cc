@@ -60,15 +60,16 @@ void ScaleLuma(const ZMOSIMAGE& img, const ZMOSRECT& r, double gain) {
 
 }  // namespace
 
-void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
+std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
   const std::int32_t n = s.lCount;
-  if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr || n < 2) return;
+  if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr || n < 2)
+    return ZMOS_OK;
   const ZMOSIMAGE& canvas = *s.pCanvas;
   const auto info = image::LookupFormat(canvas.dwFormat);
   // Plane 0 must be one luma byte a pixel.
   if (!info || (info->family != image::Family::kPlanar &&
                 info->family != image::Family::kSemiPlanar && info->family != image::Family::kGrey))
-    return;
+    return ZMOS_OK;
   const bool horizontal = HorizontalSweep(s.lDirection);
   const bool forward = s.lDirection == 0 || s.lDirection == 2;
   // Where a frame's strip begins along the sweep: the far edge of its overlap.
@@ -78,7 +79,7 @@ void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
   };
   auto* gains =
       static_cast<double*>(MMemAlloc(s.hMemMgr, n * static_cast<std::int32_t>(sizeof(double))));
-  if (gains == nullptr) return;
+  if (gains == nullptr) return ZMOS_ERR_NO_MEMORY;
 
   // Log gain of each strip against the first frame.
   gains[0] = 0.0;
@@ -131,6 +132,7 @@ void EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
     ScaleLuma(*s.pStrips, s.pStripRects[i], gain);
   }
   MMemFree(s.hMemMgr, gains);
+  return ZMOS_OK;
 }
 
 }  // namespace lumivex::stitch

@@ -7,9 +7,9 @@
 namespace lumivex::stitch {
 
 // Brings the luma of every strip laid after the first (on the canvas and in the overlap
-// strips) to the first frame's exposure. Needs scratch from the stitcher's memory manager
-// and does nothing without it.
-void EqualizeExposure(ZMOSDIRECTSTITCHER& stitcher);
+// strips) to the first frame's exposure. Needs scratch from the stitcher's memory manager:
+// 4 and nothing changed without it, 0 otherwise.
+std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& stitcher);
 
 }  // namespace lumivex::stitch
 

@@ -1,5 +1,6 @@
 // Tracker creation, release, accessors and the three rectangle layouts.
 #include "src/track/tracker.h"
+#include "src/platform/memory.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -20,9 +21,13 @@ namespace {
 
 // Both buffer tables of one kind and their sums in one block: table A, table B, then
 // per rectangle the sums for A followed by those for B.
+std::int64_t BufferBlockBytes(std::int32_t count, std::int32_t length) {
+  return 2 * std::int64_t{count} * static_cast<std::int64_t>(sizeof(std::uint32_t*)) +
+         2 * std::int64_t{count} * length * static_cast<std::int64_t>(sizeof(std::uint32_t));
+}
+
 std::uint32_t** AllocBufferBlock(MHandle mem, std::int32_t count, std::int32_t length) {
-  const std::int64_t bytes = 2 * std::int64_t{count} * sizeof(std::uint32_t*) +
-                             2 * std::int64_t{count} * length * sizeof(std::uint32_t);
+  const std::int64_t bytes = BufferBlockBytes(count, length);
   if (bytes > INT32_MAX) return nullptr;
   auto* block = static_cast<std::uint32_t**>(MMemAlloc(mem, static_cast<std::int32_t>(bytes)));
   if (block == nullptr) return nullptr;
@@ -52,6 +57,29 @@ ZMOSRECT ClampedColumns(std::int32_t centre, std::int32_t half, std::int32_t w, 
 }
 
 }  // namespace
+// Mirrors the allocations of ZMOSCreateVideoTrackerNxN_PBM below, in its order.
+std::int64_t TrackerBytes(std::int32_t width, std::int32_t height, std::int32_t hori_count,
+                          std::int32_t vert_count) {
+  if (width <= 0 || height <= 0 || hori_count < 0 || vert_count < 0) return -1;
+  const std::int32_t rects = hori_count + vert_count;
+  const std::int64_t requests[] = {
+      sizeof(ZMOSVideoTracker),
+      hori_count > 0 ? BufferBlockBytes(hori_count, width) : -2,
+      vert_count > 0 ? BufferBlockBytes(vert_count, height) : -2,
+      16 * std::int64_t{std::max(width, height)},
+      static_cast<std::int64_t>(std::max(rects, 1) * sizeof(ZMOSRECT)),
+      static_cast<std::int64_t>((rects + 2) * sizeof(std::int32_t)),
+  };
+  std::int64_t total = 0;
+  for (const std::int64_t r : requests) {
+    if (r == -2) continue;  // no buffers of that kind
+    const std::int64_t b = platform::BlockBytes(r);
+    if (b < 0) return -1;
+    total += b;
+  }
+  return total;
+}
+
 }  // namespace lumivex::track
 
 using namespace lumivex::track;

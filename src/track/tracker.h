@@ -63,6 +63,11 @@ std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t
 std::int32_t RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* image, std::int32_t* offsets,
                    const std::int32_t* last, const Policy& policy);
 
+// Bytes ZMOSCreateVideoTrackerNxN_PBM takes from a work buffer for that geometry and
+// band counts; -1 when it cannot create the tracker.
+std::int64_t TrackerBytes(std::int32_t width, std::int32_t height, std::int32_t hori_count,
+                          std::int32_t vert_count);
+
 constexpr std::int32_t Align4(std::int32_t v) {
   return v & ~3;
 }
