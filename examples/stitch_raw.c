@@ -11,13 +11,6 @@
 
 #include <lumivex/lumivex.h>
 
-/* The camera handler's work-buffer size for 30 frames: three frames plus 35 strips of a
- * fifth of the longer side. */
-static int32_t work_buffer_size(int32_t w, int32_t h) {
-  const int64_t side = w > h ? w : h;
-  return (int32_t)(3LL * w * h + 35 * ((side * ((side / 5) & ~3) * 3LL) / 2) + 16 * 38);
-}
-
 int main(int argc, char** argv) {
   if (argc != 5) {
     fprintf(stderr, "usage: %s WIDTH HEIGHT FRAMES.nv21 PANORAMA.nv21\n", argv[0]);
@@ -35,7 +28,11 @@ int main(int argc, char** argv) {
   }
   const size_t frame_bytes = (size_t)w * h * 3 / 2;
   uint8_t* frame_data = malloc(frame_bytes);
-  const int32_t work_size = work_buffer_size(w, h);
+  int32_t work_size = 0;
+  if (ZMOS_GetWorkBufferSize(w, h, 180, &work_size) != ZMOS_OK) {
+    fprintf(stderr, "the engine cannot run %d x %d frames\n", w, h);
+    return 1;
+  }
   void* work = malloc((size_t)work_size);
   if (frame_data == NULL || work == NULL) return 1;
 

@@ -9,13 +9,9 @@
 
 namespace lumivex::tools {
 
-std::int32_t WorkBufferSize(std::int32_t w, std::int32_t h, std::int32_t n) {
-  if (n < 1 || n > 30) n = 30;
-  const std::int64_t land =
-      3LL * w * h + (n + 5) * ((h * std::int64_t{(h / 5) & ~3} * 3) / 2) + 16 * (n + 8);
-  const std::int64_t port =
-      3LL * w * h + (n + 5) * ((w * std::int64_t{(w / 5) & ~3} * 3) / 2) + 16 * (n + 8);
-  return static_cast<std::int32_t>(std::min<std::int64_t>(std::max(land, port), INT32_MAX));
+int CanvasLength(int width, int angle) {
+  const auto f = static_cast<float>(angle * 6.0 / 360.0);
+  return static_cast<int>(static_cast<float>(width) * f) & ~3;
 }
 
 const char* ProfileName(std::int32_t profile) {
@@ -59,13 +55,12 @@ std::string Describe(std::int32_t code) {
 }
 
 Capture::Capture(int width, int height, std::uint32_t format, CaptureOptions options)
-    : width_(width),
-      height_(height),
-      format_(format),
-      options_(std::move(options)),
-      work_(static_cast<std::size_t>(WorkBufferSize(width, height))) {
-  ZMOSINITPARAM param{
-      work_.data(), static_cast<std::int32_t>(work_.size()), 180, width, height, width, height};
+    : width_(width), height_(height), format_(format), options_(std::move(options)) {
+  std::int32_t size = 0;
+  init_result_ = ZMOS_GetWorkBufferSize(width, height, options_.max_angle, &size);
+  if (init_result_ != 0) return;
+  work_.resize(static_cast<std::size_t>(size));
+  ZMOSINITPARAM param{work_.data(), size, options_.max_angle, width, height, width, height};
   init_result_ = ZMOS_Init(&param, &engine_);
   if (init_result_ == 0) init_result_ = ZMOS_SetProfile(engine_, options_.profile);
   ui_.dwFormat = ZMOS_FORMAT_NV21;
@@ -126,7 +121,7 @@ bool Capture::Feed(Yuv420& frame) {
     end_code_ = rec.result;
     Warn(rec.result);
     ended_ = true;
-  } else if (angle_ >= 180) {
+  } else if (angle_ >= options_.max_angle) {
     ended_ = true;
   }
   DrawProgress();
@@ -188,7 +183,7 @@ std::vector<Capture::Seam> Capture::Seams() const {
   const bool horizontal = direction_ == 0 || direction_ == 1;
   const int size = horizontal ? width_ : height_;
   const int start = horizontal ? width_ / 2 : (height_ / 2) & ~1;
-  const int canvas = (width_ * 3) & ~3;  // the canvas of a 180-degree sweep
+  const int canvas = CanvasLength(width_, options_.max_angle);
   const int result = horizontal ? panorama_.width() : panorama_.height();
   int previous = 0;
   for (const FrameRecord& r : records_) {
@@ -222,7 +217,7 @@ std::vector<Capture::Seam> Capture::Seams() const {
 
 void Capture::DrawProgress() {
   if (!options_.progress) return;
-  const int filled = std::clamp(angle_ * 30 / 180, 0, 30);
+  const int filled = std::clamp(angle_ * 30 / std::max(options_.max_angle, 1), 0, 30);
   std::fprintf(stderr, "\r%3d deg [%.*s%.*s] %-13s kept %4d  frame %5d%s", angle_, filled,
                "##############################", 30 - filled, "..............................",
                DirectionName(direction_), kept_, frames_read(),

@@ -13,9 +13,9 @@
 
 namespace lumivex::tools {
 
-// The camera handler's work buffer for frames of w x h and up to n frames (n clamped to
-// 1..30, as the Android binding does).
-std::int32_t WorkBufferSize(std::int32_t w, std::int32_t h, std::int32_t n = 30);
+// Length along the sweep of the canvas for frames `width` wide and a sweep of `angle`
+// degrees (three frame widths for 180, also for vertical sweeps).
+int CanvasLength(int width, int angle);
 
 const char* DirectionName(std::int32_t direction);
 const char* ProfileName(std::int32_t profile);
@@ -38,6 +38,8 @@ struct CaptureOptions {
   bool warnings = true;   // too fast, gone wrong and low texture, once each, on stderr
   // The engine's profile: the program serves people who want the best panorama.
   std::int32_t profile = ZMOS_PROFILE_QUALITY;
+  // The sweep the engine lays out and completes (lMaxAngle); 180 as on the phone.
+  std::int32_t max_angle = 180;
 };
 
 class Capture {
