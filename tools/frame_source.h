@@ -1,5 +1,5 @@
-// Where the tools' frames come from: a Y4M stream or file, raw NV21, or still pictures,
-// and the Y4M writer.
+// Where the tools' frames come from: a video (through ffmpeg's libraries), raw NV21 or
+// I420 frames, or still pictures; and the Y4M writer.
 #ifndef LUMIVEX_TOOLS_FRAME_SOURCE_H_
 #define LUMIVEX_TOOLS_FRAME_SOURCE_H_
 
@@ -23,13 +23,23 @@ class FrameSource {
   // error() is non-empty).
   virtual bool Next(Yuv420* frame) = 0;
   const std::string& error() const { return error_; }
+  // Set when the input ended badly but the frames before were good (a cut file).
+  const std::string& warning() const { return warning_; }
 
  protected:
   std::string error_;
+  std::string warning_;
 };
 
-// INPUT as the stitch command takes it: "-" (Y4M on stdin), a .y4m file, a raw NV21 file
-// (size required), a folder of JPEG/PNG frames, or a text file listing them.
+// Bad for frames of w x h (odd, too small for the engine or too large): false with why.
+bool CheckFrameSize(int w, int h, std::string* error);
+
+// Sorts names as people number them: "2.jpg" before "10.jpg".
+void NaturalSort(std::vector<std::string>* names);
+
+// INPUT as the stitch command takes it: a folder of JPEG/PNG frames, a text file listing
+// them, raw frames in `format` (raw_width > 0; "-" is stdin), or any video ffmpeg reads
+// ("-" is stdin, e.g. a Y4M stream).
 std::unique_ptr<FrameSource> OpenFrames(const std::string& input, int raw_width, int raw_height,
                                         std::uint32_t format, std::string* error);
 
