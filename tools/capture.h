@@ -61,7 +61,8 @@ class Capture {
   int frames_coasted() const { return coasted_; }
   std::int32_t direction() const { return direction_; }
   int detected_at() const { return detected_at_; }
-  bool complete() const { return angle_ >= 180 && end_code_ == 0; }
+  bool complete() const { return angle_ >= options_.max_angle && end_code_ == 0; }
+  std::int32_t max_angle() const { return options_.max_angle; }
   std::int32_t end_code() const { return end_code_; }  // the engine failure that ended it
   std::int32_t stitch_result() const { return stitch_result_; }
   bool narrow() const { return narrow_; }

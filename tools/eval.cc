@@ -126,7 +126,9 @@ std::string Svg(const Score& s) {
   return out.str();
 }
 
-std::string Quote(const std::string& text) {
+}  // namespace
+
+std::string JsonQuote(const std::string& text) {
   std::string out = "\"";
   for (char c : text) {
     if (c == '"' || c == '\\') out += '\\';
@@ -134,6 +136,8 @@ std::string Quote(const std::string& text) {
   }
   return out + "\"";
 }
+
+namespace {
 
 Score Capture1(const Simulator& sim, const std::string& photo_name, const std::string& name,
                const SimOptions& options, std::int32_t profile) {
@@ -287,8 +291,8 @@ std::string ToJson(const std::vector<Score>& scores) {
   out << "[\n";
   for (std::size_t i = 0; i < scores.size(); ++i) {
     const Score& s = scores[i];
-    out << "  {\"photo\": " << Quote(s.photo) << ", \"scenario\": " << Quote(s.name)
-        << ", \"profile\": " << Quote(ProfileName(s.profile)) << ", \"width\": " << s.width
+    out << "  {\"photo\": " << JsonQuote(s.photo) << ", \"scenario\": " << JsonQuote(s.name)
+        << ", \"profile\": " << JsonQuote(ProfileName(s.profile)) << ", \"width\": " << s.width
         << ", \"height\": " << s.height << ", \"direction\": " << s.direction
         << ", \"complete\": " << (s.complete ? "true" : "false") << ", \"end_code\": " << s.end_code
         << ", \"frames\": " << s.frames << ", \"kept\": " << s.kept

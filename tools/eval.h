@@ -40,6 +40,8 @@ std::string OutcomeOf(const Score& score);
 // Markdown with one SVG chart a scenario (written beside it); JSON for machines.
 bool WriteReport(const std::vector<Score>& scores, const std::string& dir, std::string* error);
 std::string ToJson(const std::vector<Score>& scores);
+// `text` as a JSON string, quotes included (control characters dropped).
+std::string JsonQuote(const std::string& text);
 
 }  // namespace lumivex::tools
 

@@ -146,7 +146,7 @@ bool ReadPng(std::FILE* f, Rgb* out, std::vector<png_bytep>& rows, std::string* 
   return true;
 }
 
-bool WriteJpeg(std::FILE* f, const Rgb& rgb, std::string* error) {
+bool WriteJpeg(std::FILE* f, const Rgb& rgb, int quality, std::string* error) {
   jpeg_compress_struct info{};
   JpegError err{};
   info.err = jpeg_std_error(&err.mgr);
@@ -163,7 +163,7 @@ bool WriteJpeg(std::FILE* f, const Rgb& rgb, std::string* error) {
   info.input_components = 3;
   info.in_color_space = JCS_RGB;
   jpeg_set_defaults(&info);
-  jpeg_set_quality(&info, 92, TRUE);
+  jpeg_set_quality(&info, quality, TRUE);
   jpeg_start_compress(&info, TRUE);
   while (info.next_scanline < info.image_height) {
     auto* row = const_cast<JSAMPROW>(rgb.pixels.data() +
@@ -253,7 +253,7 @@ bool ReadImage(const std::string& path, Rgb* out, std::string* error) {
   return ok;
 }
 
-bool WriteImage(const std::string& path, const Rgb& rgb, std::string* error) {
+bool WriteImage(const std::string& path, const Rgb& rgb, std::string* error, int quality) {
   const bool png = EndsWith(path, ".png");
   if (!png && !EndsWith(path, ".jpg") && !EndsWith(path, ".jpeg")) {
     *error = path + ": the output must end in .jpg, .jpeg or .png";
@@ -268,7 +268,7 @@ bool WriteImage(const std::string& path, const Rgb& rgb, std::string* error) {
     *error = "cannot write " + path + ": " + std::strerror(errno);
     return false;
   }
-  const bool ok = png ? WritePng(f.get(), rgb, error) : WriteJpeg(f.get(), rgb, error);
+  const bool ok = png ? WritePng(f.get(), rgb, error) : WriteJpeg(f.get(), rgb, quality, error);
   if (ok && std::fflush(f.get()) != 0) {
     *error = "cannot write " + path + ": " + std::strerror(errno);
     return false;

@@ -47,8 +47,8 @@ class Yuv420 {
 
 // Reads a JPEG or PNG file (by its signature). On failure returns false and says why.
 bool ReadImage(const std::string& path, Rgb* out, std::string* error);
-// Writes JPEG (quality 92) or PNG, chosen by the extension (.jpg/.jpeg/.png).
-bool WriteImage(const std::string& path, const Rgb& rgb, std::string* error);
+// Writes JPEG (of that quality, 1 to 100) or PNG, chosen by the extension (.jpg/.jpeg/.png).
+bool WriteImage(const std::string& path, const Rgb& rgb, std::string* error, int quality = 92);
 
 // BT.601 full-range conversions. The 4:2:0 side averages each 2 x 2 block.
 Yuv420 RgbToYuv420(const Rgb& rgb, std::uint32_t format);

@@ -1,5 +1,8 @@
 // lumivex: stitch recorded sweeps, simulate sweeps from photographs with ground truth,
 // score the engine on them, and a demo that runs out of the box.
+#include <getopt.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -59,14 +62,21 @@ const std::map<std::string, std::string> kHelp = {
      "DIR/preview.png and DIR/sweep.csv (default DIR: lumivex-demo).\n"},
     {"stitch",
      "usage: lumivex stitch INPUT -o PANO.jpg|PANO.png [options]\n"
-     "INPUT: - (Y4M on stdin, as 'ffmpeg -f yuv4mpegpipe -' writes), a .y4m file, raw NV21\n"
-     "frames (with --size), a folder of JPEG/PNG frames, or a text file listing them.\n"
-     "  --size WxH        frame size of raw NV21 input\n"
-     "  --format nv21|i420  the layout fed to the engine (default nv21)\n"
+     "INPUT: any video ffmpeg reads (clip.mp4, a .y4m file, - for a stream on stdin), a\n"
+     "folder of JPEG/PNG frames (in numeric order), a text file listing them, or raw frames\n"
+     "(with --size; - for stdin).\n"
+     "  --angle DEG       the sweep to capture, 30 to 360 degrees (default 180, as the phone)\n"
+     "  --size WxH        frame size of raw input\n"
+     "  --format nv21|i420  the layout of raw input and the one fed to the engine (default nv21)\n"
      "  --debug-dir DIR   previews after each kept frame, frames.csv, panorama-seams.png\n"
      "  --profile P       exact (the engine unchanged) or quality (default: corrects\n"
      "                    small-step drift, sky at the start and chroma at odd seams)\n"
-     "  --quiet           no progress bar\n"},
+     "  --quality N       JPEG quality, 1 to 100 (default 92)\n"
+     "  --json            the summary as one JSON object on stdout\n"
+     "  -y / -n           overwrite an existing PANO / never overwrite it (without either, a\n"
+     "                    terminal is asked and anything else refused)\n"
+     "  --quiet           no progress bar\n"
+     "Options may also be given as --option=value.\n"},
     {"simulate",
      "usage: lumivex simulate PHOTO -o SWEEP.y4m [options]\n"
      "  --size WxH             frame size (default 640x480)\n"
@@ -117,28 +127,56 @@ int Fail(int status, const std::string& message) {
   return status;
 }
 
-// Options that take a value; everything else starting with - is a flag.
-bool Parse(int argc, char** argv, const std::vector<std::string>& valued, Args* out,
-           std::string* error) {
-  for (int i = 2; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a.size() > 1 && a[0] == '-') {
-      if (std::find(valued.begin(), valued.end(), a) != valued.end()) {
-        if (i + 1 >= argc) {
-          *error = a + " needs a value";
-          return false;
-        }
-        out->options[a] = argv[++i];
-      } else if (a == "--help" || a == "-h" || a == "--quiet" || a == "--json" || a == "--steady") {
-        out->flags.push_back(a);
-      } else {
-        *error = "unknown option " + a;
+// The command's options through getopt_long: `valued` take a value (-o PANO, --size WxH or
+// --size=WxH), `flags` do not; anything else is refused. Arguments may come in any order.
+bool Parse(int argc, char** argv, const std::vector<std::string>& valued,
+           const std::vector<std::string>& flags, Args* out, std::string* error) {
+  std::vector<option> longs;
+  std::string shorts = ":";        // report a missing value as ':'
+  std::vector<std::string> names;  // by getopt's index: long options at 1000 + i
+  auto add = [&](const std::string& name, bool takes_value) {
+    if (name.size() == 2) {  // -o, -h, -y, -n
+      shorts += name[1];
+      if (takes_value) shorts += ':';
+      return;
+    }
+    names.push_back(name);
+    longs.push_back(option{names.back().c_str() + 2, takes_value ? required_argument : no_argument,
+                           nullptr, 1000 + static_cast<int>(names.size()) - 1});
+  };
+  names.reserve(valued.size() + flags.size() + 1);
+  for (const std::string& v : valued) add(v, true);
+  for (const std::string& f : flags) add(f, false);
+  add("--help", false);
+  longs.push_back(option{nullptr, 0, nullptr, 0});
+  opterr = 0;
+  optind = 0;                  // a fresh scan (glibc)
+  const int count = argc - 1;  // from the command on
+  char** args = argv + 1;
+  for (int c; (c = getopt_long(count, args, shorts.c_str(), longs.data(), nullptr)) != -1;) {
+    const std::string seen = optind - 1 < count ? args[optind - 1] : "";
+    if (c == '?') {
+      if (optopt >= 1000) {  // a known long option given a value it does not take
+        *error = names[static_cast<std::size_t>(optopt - 1000)] + " takes no value";
         return false;
       }
-    } else {
-      out->positional.push_back(a);
+      std::string name = seen.substr(0, seen.find('='));
+      if (optopt != 0) name = {'-', static_cast<char>(optopt)};
+      *error = "unknown option " + name;
+      return false;
     }
+    if (c == ':') {
+      *error = seen.substr(0, seen.find('=')) + " needs a value";
+      return false;
+    }
+    const std::string name = c >= 1000 ? names[static_cast<std::size_t>(c - 1000)]
+                                       : std::string{'-', static_cast<char>(c)};
+    if (optarg != nullptr)
+      out->options[name] = optarg;
+    else
+      out->flags.push_back(name);
   }
+  for (int i = optind; i < count; ++i) out->positional.push_back(args[i]);
   return true;
 }
 
@@ -163,16 +201,21 @@ int ExitFor(const Capture& cap) {
   return kOk;
 }
 
-void PrintSummary(const Capture& cap, const std::string& output) {
-  std::printf("frames read      %d\n", cap.frames_read());
+void PrintSummary(const Capture& cap, const std::string& output, int unused) {
+  std::printf("frames read      %d\n", cap.frames_read() + unused);
   std::printf("frames kept      %d\n", cap.frames_kept());
   if (cap.frames_coasted() > 0)
     std::printf("frames coasted   %d (too plain to measure; the recent speed was carried)\n",
                 cap.frames_coasted());
   std::printf("direction        %s\n", DirectionName(cap.direction()));
-  std::printf("ended            %s\n", cap.complete()        ? "sweep complete (180 degrees)"
+  const std::string complete = "sweep complete (" + std::to_string(cap.max_angle()) + " degrees)";
+  std::printf("ended            %s\n", cap.complete()        ? complete.c_str()
                                        : cap.end_code() != 0 ? Describe(cap.end_code()).c_str()
                                                              : "end of input");
+  if (unused > 0)
+    std::printf(
+        "frames unused    %d (after the capture ended%s)\n", unused,
+        cap.complete() && cap.max_angle() < 360 ? "; --angle 360 takes a longer sweep" : "");
   std::printf("panorama         %d x %d%s\n", cap.panorama().width(), cap.panorama().height(),
               cap.narrow() ? " (narrow: the sweep was too short, this is the first frame)" : "");
   std::printf("time per frame   %.2f ms (selection and preview)\n", cap.ms_per_frame());
@@ -180,8 +223,30 @@ void PrintSummary(const Capture& cap, const std::string& output) {
 }
 
 // Stitches whatever the source yields; shared by stitch and demo.
-int StitchFrames(FrameSource& source, Yuv420 first, std::uint32_t format, const std::string& output,
-                 CaptureOptions options, const std::string& preview_path, bool drain = false) {
+// How the stitch command writes what it made.
+struct Output {
+  std::string path;
+  int quality = 92;   // JPEG quality
+  bool json = false;  // the summary as JSON on stdout
+};
+
+// The summary as one JSON object.
+void PrintJson(const Capture& cap, const Output& out, int unused, int status) {
+  const std::string ended = cap.complete()        ? "complete"
+                            : cap.end_code() != 0 ? Describe(cap.end_code())
+                                                  : "end of input";
+  std::printf(
+      "{\"output\": %s, \"frames_read\": %d, \"frames_kept\": %d, \"frames_unused\": %d, "
+      "\"frames_coasted\": %d, \"direction\": %s, \"ended\": %s, \"max_angle\": %d, "
+      "\"panorama\": [%d, %d], \"narrow\": %s, \"ms_per_frame\": %.3f, \"exit_status\": %d}\n",
+      JsonQuote(out.path).c_str(), cap.frames_read() + unused, cap.frames_kept(), unused,
+      cap.frames_coasted(), JsonQuote(DirectionName(cap.direction())).c_str(),
+      JsonQuote(ended).c_str(), cap.max_angle(), cap.panorama().width(), cap.panorama().height(),
+      cap.narrow() ? "true" : "false", cap.ms_per_frame(), status);
+}
+
+int StitchFrames(FrameSource& source, Yuv420 first, std::uint32_t format, const Output& output,
+                 CaptureOptions options, const std::string& preview_path) {
   Capture cap(first.width(), first.height(), format, options);
   if (cap.init_result() != 0)
     return Fail(kEngineInit, "the engine could not start: " + Describe(cap.init_result()));
@@ -192,21 +257,28 @@ int StitchFrames(FrameSource& source, Yuv420 first, std::uint32_t format, const 
       return Fail(kBadInput, "frame size changed in the middle of the input");
     more = cap.Feed(frame);
   }
-  // A pipe is read to its end, so the program writing it finishes cleanly.
-  while (drain && source.error().empty() && source.Next(&frame)) {
-  }
+  // The rest is read too: counted for the summary, and a pipe's writer finishes cleanly.
+  int unused = 0;
+  while (source.error().empty() && source.Next(&frame)) ++unused;
   if (!source.error().empty()) return Fail(kBadInput, source.error());
+  if (!source.warning().empty())
+    std::fprintf(stderr, "lumivex: warning: %s\n", source.warning().c_str());
   const std::int32_t stitched = cap.Finish();
   if (stitched != 0 || cap.panorama().width() == 0)
     return Fail(kEngineInit,
                 "stitching failed: " + Describe(stitched != 0 ? stitched : ZMOS_ERR_NO_MEMORY));
   std::string error;
   ZMOSIMAGE pano = const_cast<Yuv420&>(cap.panorama()).Image();
-  if (!WriteImage(output, ImageToRgb(pano), &error)) return Fail(kWriteFailed, error);
+  if (!WriteImage(output.path, ImageToRgb(pano), &error, output.quality))
+    return Fail(kWriteFailed, error);
   if (!preview_path.empty() && cap.preview().width > 0 &&
       !WriteImage(preview_path, cap.preview(), &error))
     return Fail(kWriteFailed, error);
-  PrintSummary(cap, output);
+  if (output.json) {
+    PrintJson(cap, output, unused, ExitFor(cap));
+    return ExitFor(cap);
+  }
+  PrintSummary(cap, output.path, unused);
   if (!preview_path.empty() && cap.preview().width > 0)
     std::printf("preview          %s\n", preview_path.c_str());
   return ExitFor(cap);
@@ -222,10 +294,29 @@ bool ParseProfile(const std::string& name, std::int32_t* profile) {
   return true;
 }
 
+// Like ffmpeg: -y overwrites an existing output, -n keeps it; without either a terminal
+// is asked, anything else is refused rather than losing a file unasked.
+int CheckOverwrite(const std::string& path, const Args& args) {
+  std::error_code ec;
+  if (!std::filesystem::exists(path, ec) || args.Flag("-y")) return kOk;
+  if (args.Flag("-n")) return Fail(kWriteFailed, path + " already exists; not overwritten (-n)");
+  if (isatty(STDIN_FILENO) && isatty(STDERR_FILENO)) {
+    std::fprintf(stderr, "File '%s' already exists. Overwrite? [y/N] ", path.c_str());
+    char answer[16] = {};
+    if (std::fgets(answer, sizeof(answer), stdin) != nullptr &&
+        (answer[0] == 'y' || answer[0] == 'Y'))
+      return kOk;
+    return Fail(kWriteFailed, "not overwriting " + path);
+  }
+  return Fail(kWriteFailed, path + " already exists: -y overwrites it, -n keeps it");
+}
+
 int Stitch(int argc, char** argv) {
   Args args;
   std::string error;
-  if (!Parse(argc, argv, {"-o", "--size", "--format", "--debug-dir", "--profile"}, &args, &error))
+  if (!Parse(argc, argv,
+             {"-o", "--size", "--format", "--debug-dir", "--profile", "--angle", "--quality"},
+             {"-h", "--quiet", "--json", "-y", "-n"}, &args, &error))
     return Fail(kUsage, error + " (see lumivex stitch --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("stitch").c_str(), stdout), kOk;
@@ -239,10 +330,24 @@ int Stitch(int argc, char** argv) {
   std::int32_t profile = ZMOS_PROFILE_QUALITY;
   if (!ParseProfile(args.Get("--profile", "quality"), &profile))
     return Fail(kUsage, "--profile is exact or quality");
+  double angle_value = 180;
+  if (!args.Get("--angle").empty() &&
+      (!ParseNumber(args.Get("--angle"), &angle_value) || angle_value != std::floor(angle_value) ||
+       angle_value < 30 || angle_value > 360))
+    return Fail(kUsage, "--angle takes whole degrees from 30 to 360, e.g. --angle 360");
+  const auto angle = static_cast<std::int32_t>(angle_value);
   const std::uint32_t format = fmt == "i420" ? ZMOS_FORMAT_I420 : ZMOS_FORMAT_NV21;
-  const std::string output = args.Get("-o");
-  if (!EndsWith(output, ".jpg") && !EndsWith(output, ".jpeg") && !EndsWith(output, ".png"))
+  Output output{args.Get("-o"), 92, args.Flag("--json")};
+  if (!EndsWith(output.path, ".jpg") && !EndsWith(output.path, ".jpeg") &&
+      !EndsWith(output.path, ".png"))
     return Fail(kUsage, "the output must end in .jpg, .jpeg or .png");
+  double quality = 92;
+  if (!args.Get("--quality").empty() &&
+      (!ParseNumber(args.Get("--quality"), &quality) || quality != std::floor(quality) ||
+       quality < 1 || quality > 100))
+    return Fail(kUsage, "--quality takes a JPEG quality from 1 to 100, e.g. --quality 95");
+  output.quality = static_cast<int>(quality);
+  if (const int status = CheckOverwrite(output.path, args); status != kOk) return status;
   auto source = OpenFrames(args.positional[0], w, h, format, &error);
   if (!source) return Fail(kBadInput, error);
   Yuv420 first;
@@ -255,10 +360,11 @@ int Stitch(int argc, char** argv) {
     if (ec || !std::filesystem::is_directory(debug_dir, ec))
       return Fail(kWriteFailed, "cannot create the debug folder " + debug_dir);
   }
+  // In --json mode stdout is the summary alone; the progress bar stays on stderr.
   CaptureOptions options{debug_dir, !args.Flag("--quiet"), true};
   options.profile = profile;
-  return StitchFrames(*source, std::move(first), format, output, options, "",
-                      args.positional[0] == "-");
+  options.max_angle = angle;
+  return StitchFrames(*source, std::move(first), format, output, options, "");
 }
 
 bool ReadSimOptions(const Args& args, SimOptions* o, std::string* error) {
@@ -311,7 +417,7 @@ int Simulate(int argc, char** argv) {
              {"-o", "--size", "--direction", "--speed", "--jitter", "--drift", "--noise",
               "--exposure", "--too-fast-at", "--backward-at", "--backward-frames", "--frames",
               "--seed", "--truth", "--plain"},
-             &args, &error))
+             {"-h", "--steady", "-y", "-n"}, &args, &error))
     return Fail(kUsage, error + " (see lumivex simulate --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("simulate").c_str(), stdout), kOk;
@@ -319,6 +425,9 @@ int Simulate(int argc, char** argv) {
     return Fail(kUsage, "simulate needs PHOTO and -o SWEEP.y4m (see lumivex simulate --help)");
   SimOptions o;
   if (!ReadSimOptions(args, &o, &error)) return Fail(kUsage, error);
+  if (args.Get("-o") != "-") {
+    if (const int status = CheckOverwrite(args.Get("-o"), args); status != kOk) return status;
+  }
   Rgb photo;
   if (!ReadImage(args.positional[0], &photo, &error)) return Fail(kBadInput, error);
   const Simulator sim(photo, o);
@@ -356,7 +465,7 @@ int Eval(int argc, char** argv) {
   std::string error;
   if (!Parse(argc, argv,
              {"--sizes", "--directions", "--jitter", "--report-dir", "--profiles", "--cases"},
-             &args, &error))
+             {"-h", "--json"}, &args, &error))
     return Fail(kUsage, error + " (see lumivex eval --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("eval").c_str(), stdout), kOk;
@@ -468,7 +577,7 @@ std::string AssetsDir(const char* argv0) {
 int Demo(int argc, char** argv) {
   Args args;
   std::string error;
-  if (!Parse(argc, argv, {"-o", "--profile"}, &args, &error))
+  if (!Parse(argc, argv, {"-o", "--profile"}, {"-h"}, &args, &error))
     return Fail(kUsage, error + " (see lumivex demo --help)");
   if (args.Flag("--help") || args.Flag("-h"))
     return std::fputs(kHelp.at("demo").c_str(), stdout), kOk;
@@ -504,8 +613,8 @@ int Demo(int argc, char** argv) {
   } source(sim);
   std::printf("simulated sweep  %d frames of %dx%d over %s (CC BY-SA 3.0, Matthew Petroff)\n",
               sim.frames(), o.width, o.height, photo_path.c_str());
-  const int status = StitchFrames(source, sim.Frame(0), ZMOS_FORMAT_NV21, dir + "/panorama.jpg",
-                                  options, dir + "/preview.png");
+  const int status = StitchFrames(source, sim.Frame(0), ZMOS_FORMAT_NV21,
+                                  Output{dir + "/panorama.jpg"}, options, dir + "/preview.png");
   std::printf("total time       %.1f s\n",
               std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
   return status;
