@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,9 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
+
+#include "tools/image_io.h"
 
 namespace {
 
@@ -291,6 +295,181 @@ TEST_F(Cli, StitchesAnFfmpegPipe) {
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_NE(r.out.find("sweep complete"), std::string::npos) << r.out;
   EXPECT_EQ(r.out.find("Broken pipe"), std::string::npos) << r.out;
+}
+
+// Luma percentiles (1, 5, 50, 95, 99 %) of a written panorama, BT.601.
+std::vector<int> LumaPercentiles(const std::string& path) {
+  lumivex::tools::Rgb rgb;
+  std::string error;
+  if (!lumivex::tools::ReadImage(path, &rgb, &error)) return {};
+  std::vector<int> luma;
+  for (std::size_t i = 0; i + 2 < rgb.pixels.size(); i += 3)
+    luma.push_back((299 * rgb.pixels[i] + 587 * rgb.pixels[i + 1] + 114 * rgb.pixels[i + 2]) /
+                   1000);
+  std::sort(luma.begin(), luma.end());
+  std::vector<int> out;
+  for (const double p : {0.01, 0.05, 0.5, 0.95, 0.99})
+    out.push_back(luma[static_cast<std::size_t>(p * static_cast<double>(luma.size() - 1))]);
+  return out;
+}
+
+// A JSON summary's integer field (the program's own flat output).
+int JsonInt(const std::string& json, const std::string& key) {
+  const std::size_t at = json.find("\"" + key + "\": ");
+  return at == std::string::npos ? -1 : std::atoi(json.c_str() + at + key.size() + 4);
+}
+
+class CliVideo : public Cli {
+ protected:
+  void SetUp() override {
+    Cli::SetUp();
+    if (!HavePhoto()) GTEST_SKIP() << "no photograph";
+    if (std::system("ffmpeg -version > /dev/null 2>&1") != 0) GTEST_SKIP() << "no ffmpeg";
+    // Enough frames for a 360-degree sweep, full range as a phone delivers them.
+    ASSERT_EQ(Lumivex("simulate '" + photo_ + "' -o '" + Path("s.y4m") +
+                      "' --size 320x240 --frames 300 --steady")
+                  .status,
+              0);
+  }
+  void Ffmpeg(const std::string& args) {
+    ASSERT_EQ(std::system(("ffmpeg -loglevel error -y " + args).c_str()), 0) << args;
+  }
+};
+
+// Phone clips are limited range with the range in the stream: the panorama's luma must be
+// the frames' luma (the same percentiles as stitched from the full-range originals), for
+// 8- and 10-bit H.264 and a clip whose rotation metadata says it is portrait.
+TEST_F(CliVideo, ReadsClipsWithTheirOwnRangeAndRotation) {
+  const std::string in = "-i '" + Path("s.y4m") + "' ";
+  Ffmpeg(in + "-vf scale=in_range=pc:out_range=tv -color_range tv -c:v libx264 -crf 12 '" +
+         Path("clip.mp4") + "'");
+  Ffmpeg(in + "-vf scale=in_range=pc:out_range=tv -color_range tv -c:v libx264 -crf 12 " +
+         "-pix_fmt yuv420p10le '" + Path("ten.mp4") + "'");
+  Ffmpeg("-i '" + Path("clip.mp4") + "' -c copy -metadata:s:v:0 rotate=90 '" +
+         Path("portrait.mp4") + "'");
+  ASSERT_EQ(Lumivex("stitch '" + Path("s.y4m") + "' -o '" + Path("orig.png") + "' --quiet").status,
+            0);
+  const std::vector<int> want = LumaPercentiles(Path("orig.png"));
+  ASSERT_EQ(want.size(), 5u);
+  for (const std::string clip : {"clip.mp4", "ten.mp4"}) {
+    const Outcome r =
+        Lumivex("stitch '" + Path(clip) + "' -o '" + Path(clip + ".png") + "' --quiet");
+    ASSERT_EQ(r.status, 0) << clip << "\n" << r.out;
+    const std::vector<int> got = LumaPercentiles(Path(clip + ".png"));
+    ASSERT_EQ(got.size(), 5u);
+    for (int i = 0; i < 5; ++i) EXPECT_NEAR(got[i], want[i], 3) << clip << " percentile " << i;
+  }
+  const Outcome turned =
+      Lumivex("stitch '" + Path("portrait.mp4") + "' -o '" + Path("p.png") + "' --json");
+  ASSERT_EQ(turned.status, 0) << turned.out;
+  // Upright as ffmpeg turns it: the left-to-right sweep now runs upwards.
+  EXPECT_NE(turned.out.find("\"direction\": \"bottom to top\""), std::string::npos) << turned.out;
+  EXPECT_NE(turned.out.find("\"panorama\": [240, "), std::string::npos) << turned.out;
+}
+
+// The angle sets how much of a long clip is used; the rest is counted, not hidden.
+TEST_F(CliVideo, AngleDecidesHowMuchOfTheSweepIsUsed) {
+  const Outcome half = Lumivex("stitch '" + Path("s.y4m") + "' -o '" + Path("a.png") + "' --json");
+  const Outcome full =
+      Lumivex("stitch '" + Path("s.y4m") + "' -o '" + Path("b.png") + "' --json --angle=360");
+  ASSERT_EQ(half.status, 0) << half.out;
+  ASSERT_EQ(full.status, 0) << full.out;
+  EXPECT_EQ(half.out.find('{'), 0u) << "stdout is the JSON alone: " << half.out;
+  EXPECT_EQ(JsonInt(half.out, "max_angle"), 180);
+  EXPECT_EQ(JsonInt(full.out, "max_angle"), 360);
+  EXPECT_GT(JsonInt(half.out, "frames_unused"), JsonInt(full.out, "frames_unused"));
+  const std::size_t h = half.out.find("\"panorama\": ["), f = full.out.find("\"panorama\": [");
+  ASSERT_NE(h, std::string::npos);
+  ASSERT_NE(f, std::string::npos);
+  EXPECT_EQ(std::atoi(full.out.c_str() + f + 13), 2 * std::atoi(half.out.c_str() + h + 13));
+  const Outcome text = Lumivex("stitch '" + Path("s.y4m") + "' -o '" + Path("c.png") + "' --quiet");
+  EXPECT_NE(text.out.find("--angle 360"), std::string::npos) << text.out;
+}
+
+// Numbered pictures in numeric order, raw I420 and NV21 from a file or stdin, and a stream
+// cut in the middle of a frame: each gives the panorama the whole frames give.
+TEST_F(CliVideo, ForgivingInputs) {
+  fs::create_directories(Path("frames"));
+  Ffmpeg("-i '" + Path("s.y4m") + "' -frames:v 110 '" + Path("frames") + "/%d.png'");
+  Outcome r = Lumivex("stitch '" + Path("frames") + "' -o '" + Path("f.png") + "' --json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("\"ended\": \"complete\""), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("left to right"), std::string::npos) << r.out;
+
+  // Raw frames carry no range: these keep the full range of the originals.
+  const std::string keep = "-vf scale=in_range=pc:out_range=pc -f rawvideo -pix_fmt ";
+  Ffmpeg("-i '" + Path("s.y4m") + "' " + keep + "yuv420p '" + Path("s.i420") + "'");
+  Ffmpeg("-i '" + Path("s.y4m") + "' " + keep + "nv21 '" + Path("s.nv21") + "'");
+  ASSERT_EQ(Lumivex("stitch '" + Path("s.y4m") + "' -o '" + Path("y.png") + "' --quiet").status, 0);
+  r = Lumivex("stitch '" + Path("s.i420") + "' --size=320x240 --format i420 -o '" + Path("i.png") +
+              "' --quiet");
+  ASSERT_EQ(r.status, 0) << r.out;
+  r = Lumivex("stitch - --size 320x240 -o '" + Path("n.png") + "' --quiet",
+              "cat '" + Path("s.nv21") + "'");
+  ASSERT_EQ(r.status, 0) << r.out;
+  lumivex::tools::Rgb want, got;
+  std::string error;
+  ASSERT_TRUE(lumivex::tools::ReadImage(Path("y.png"), &want, &error)) << error;
+  for (const std::string name : {"i.png", "n.png"}) {
+    ASSERT_TRUE(lumivex::tools::ReadImage(Path(name), &got, &error)) << error;
+    ASSERT_EQ(got.pixels.size(), want.pixels.size()) << name;
+    double diff = 0;
+    for (std::size_t i = 0; i < got.pixels.size(); ++i)
+      diff += std::abs(int{got.pixels[i]} - int{want.pixels[i]});
+    EXPECT_LT(diff / static_cast<double>(got.pixels.size()), 2.0) << name << ": colours differ";
+  }
+
+  // Forty whole frames and part of the next.
+  const std::size_t frame = 6 + 320 * 240 * 3 / 2;
+  std::ifstream in(Path("s.y4m"), std::ios::binary);
+  std::string header;
+  std::getline(in, header);
+  std::string body(40 * frame + 5000, '\0');
+  in.read(body.data(), static_cast<std::streamsize>(body.size()));
+  std::ofstream(Path("cut.y4m"), std::ios::binary) << header << "\n" << body;
+  r = Lumivex("stitch '" + Path("cut.y4m") + "' -o '" + Path("cut.png") + "' --quiet");
+  EXPECT_TRUE(r.status == 0 || r.status == 8) << r.out;
+  EXPECT_NE(r.out.find("lumivex: warning: "), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("frames read      40"), std::string::npos) << r.out;
+  EXPECT_TRUE(fs::exists(Path("cut.png")));
+}
+
+// Conventional options: --opt=value, unknown and malformed ones refused in one line, an
+// existing output kept unless -y, and JPEG quality.
+TEST_F(CliVideo, ConventionalOptions) {
+  const std::string in = "stitch '" + Path("s.y4m") + "' --quiet -o ";
+  ASSERT_EQ(Lumivex(in + "'" + Path("q.jpg") + "' --quality=40").status, 0);
+  ASSERT_EQ(Lumivex(in + "'" + Path("r.jpg") + "' --quality 98").status, 0);
+  EXPECT_LT(fs::file_size(Path("q.jpg")) * 2, fs::file_size(Path("r.jpg")));
+  const auto before = fs::file_size(Path("q.jpg"));
+  struct Case {
+    std::string args;
+    int status;
+  };
+  const Case cases[] = {
+      {in + "'" + Path("q.jpg") + "'", 4},                        // exists, not a terminal
+      {in + "'" + Path("q.jpg") + "' -n", 4},                     // kept
+      {in + "'" + Path("x.jpg") + "' --bogus", 1},                // unknown option
+      {in + "'" + Path("x.jpg") + "' --json=yes", 1},             // a flag given a value
+      {in + "'" + Path("x.jpg") + "' --quality 0", 1},            // out of range
+      {in + "'" + Path("x.jpg") + "' --angle 1000", 1},           // out of range
+      {"stitch '" + Path("s.y4m") + "' --quiet -o", 1},           // missing value
+      {"stitch '" + photo_ + "' -o '" + Path("x.jpg") + "'", 2},  // one picture
+  };
+  for (const Case& c : cases) {
+    const Outcome r = Lumivex(c.args);
+    EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.out;
+    EXPECT_EQ(r.out.rfind("lumivex: ", 0), 0u) << r.out;
+    EXPECT_EQ(r.out.find('\n'), r.out.size() - 1) << "one line: " << r.out;
+  }
+  EXPECT_EQ(fs::file_size(Path("q.jpg")), before);
+  ASSERT_EQ(Lumivex(in + "'" + Path("q.jpg") + "' -y --quality=98").status, 0);
+  EXPECT_GT(fs::file_size(Path("q.jpg")), before);
+  // A file ffmpeg cannot read names the kinds of input that work.
+  std::ofstream(Path("junk.bin"), std::ios::binary) << std::string(5000, 'j');
+  const Outcome junk = Lumivex("stitch '" + Path("junk.bin") + "' -o '" + Path("x.jpg") + "'");
+  EXPECT_EQ(junk.status, 2) << junk.out;
+  EXPECT_NE(junk.out.find("--size WxH"), std::string::npos) << junk.out;
 }
 
 }  // namespace
