@@ -10,7 +10,7 @@ packages=(
   g++-arm-linux-gnueabihf qemu-user ffmpeg openjdk-17-jdk-headless
   android-libnativehelper-dev android-platform-frameworks-native-headers android-liblog-dev
   libc6-dev-arm64-cross libstdc++-12-dev-arm64-cross
-  libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
+  libavformat-dev libavcodec-dev libswscale-dev libavutil-dev chromium
 )
 
 missing=()

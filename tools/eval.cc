@@ -95,35 +95,148 @@ void ScorePanorama(const Yuv420& pano, const Simulator& sim, int x, int y, Score
     if (want[b] > 0) s->drift = std::max(s->drift, 100 * std::abs(got[b] / want[b] - 1));
 }
 
+// The tracking error of one sweep on both axes against the frame number, with its axes,
+// units and a caption naming the sweep.
 std::string Svg(const Score& s) {
   std::ostringstream out;
-  const int w = 360, h = 160, pad = 28;
+  const int w = 480, h = 220, left = 46, right = 12, top_pad = 30, bottom = 34;
   double top = 1;
-  for (double v : s.truth) top = std::max(top, std::abs(v));
-  for (double v : s.estimate) top = std::max(top, std::abs(v));
-  const std::size_t n = std::max<std::size_t>(s.truth.size(), 2);
-  auto point = [&](std::size_t i, double v) {
-    std::ostringstream p;
-    p << pad + (w - 2 * pad) * double(i) / double(n - 1) << ','
-      << h - pad - (h - 2 * pad) * (v / top + 1) / 2;
-    return p.str();
-  };
+  for (double v : s.error_along) top = std::max(top, std::abs(v));
+  for (double v : s.error_across) top = std::max(top, std::abs(v));
+  top = std::ceil(top);
+  const std::size_t n = std::max(s.error_along.size(), std::size_t{2});
+  const double pw = w - left - right, ph = h - top_pad - bottom;
+  auto px = [&](double i) { return left + pw * i / double(n - 1); };
+  auto py = [&](double v) { return top_pad + ph * (1 - (v / top + 1) / 2); };
   out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << w << "\" height=\"" << h
       << "\" font-family=\"sans-serif\" font-size=\"10\">\n"
       << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
-      << "<line x1=\"" << pad << "\" y1=\"" << h / 2 << "\" x2=\"" << w - pad << "\" y2=\"" << h / 2
-      << "\" stroke=\"#ccc\"/>\n";
+      << "<text x=\"" << left << "\" y=\"13\" font-size=\"11\">" << s.name << ", " << s.width << "x"
+      << s.height << ", " << DirectionName(s.direction) << ", " << ProfileName(s.profile) << ": "
+      << OutcomeOf(s) << "</text>\n"
+      << "<text x=\"" << left << "\" y=\"25\">tracking error, reported minus true travel: "
+      << "<tspan fill=\"#d22\">along the sweep</tspan>, "
+      << "<tspan fill=\"#26c\">across it</tspan></text>\n";
+  // Axes with ticks: pixels up the side, frames along the bottom.
+  for (const double v : {-top, -top / 2, 0.0, top / 2, top}) {
+    out << "<line x1=\"" << left << "\" y1=\"" << py(v) << "\" x2=\"" << w - right << "\" y2=\""
+        << py(v) << "\" stroke=\"" << (v == 0 ? "#888" : "#eee") << "\"/>\n"
+        << "<text x=\"" << left - 4 << "\" y=\"" << py(v) + 3 << "\" text-anchor=\"end\">" << v
+        << "</text>\n";
+  }
+  for (int t = 0; t <= 4; ++t) {
+    const double i = double(n - 1) * t / 4;
+    out << "<text x=\"" << px(i) << "\" y=\"" << h - bottom + 13 << "\" text-anchor=\"middle\">"
+        << s.first_frame + static_cast<int>(i) << "</text>\n";
+  }
+  out << "<line x1=\"" << left << "\" y1=\"" << top_pad << "\" x2=\"" << left << "\" y2=\""
+      << h - bottom << "\" stroke=\"#444\"/>\n"
+      << "<text x=\"" << left + pw / 2 << "\" y=\"" << h - 6
+      << "\" text-anchor=\"middle\">frame</text>\n"
+      << "<text x=\"10\" y=\"" << top_pad + ph / 2 << "\" transform=\"rotate(-90 10 "
+      << top_pad + ph / 2 << ")\" text-anchor=\"middle\">error (px)</text>\n";
   for (int line = 0; line < 2; ++line) {
-    const auto& v = line == 0 ? s.truth : s.estimate;
-    out << "<polyline fill=\"none\" stroke=\"" << (line == 0 ? "#999" : "#d22")
-        << "\" stroke-width=\"" << (line == 0 ? 3 : 1.2) << "\" points=\"";
-    for (std::size_t i = 0; i < v.size(); ++i) out << point(i, v[i]) << ' ';
+    const auto& v = line == 0 ? s.error_along : s.error_across;
+    out << "<polyline fill=\"none\" stroke=\"" << (line == 0 ? "#d22" : "#26c")
+        << "\" stroke-width=\"1.2\" points=\"";
+    for (std::size_t i = 0; i < v.size(); ++i) out << px(double(i)) << ',' << py(v[i]) << ' ';
     out << "\"/>\n";
   }
-  out << "<text x=\"" << pad
-      << "\" y=\"14\">travel along the sweep (px): true (grey), engine (red), "
-      << "+-" << static_cast<int>(top) << "</text>\n</svg>\n";
+  out << "</svg>\n";
   return out.str();
+}
+
+std::string Base64(const std::vector<std::uint8_t>& bytes) {
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const std::uint32_t v = std::uint32_t{bytes[i]} << 16 |
+                            (i + 1 < bytes.size() ? std::uint32_t{bytes[i + 1]} << 8 : 0) |
+                            (i + 2 < bytes.size() ? bytes[i + 2] : 0);
+    out += kDigits[v >> 18 & 63];
+    out += kDigits[v >> 12 & 63];
+    out += i + 1 < bytes.size() ? kDigits[v >> 6 & 63] : '=';
+    out += i + 2 < bytes.size() ? kDigits[v & 63] : '=';
+  }
+  return out;
+}
+
+std::string Html(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    if (c == '<')
+      out += "&lt;";
+    else if (c == '>')
+      out += "&gt;";
+    else if (c == '&')
+      out += "&amp;";
+    else if (c == '"')
+      out += "&quot;";
+    else
+      out += c;
+  }
+  return out;
+}
+
+// One file with everything: the table, then per scenario each profile's panorama and
+// tracking chart. A script counts the pictures and charts that rendered (for tests).
+bool WriteHtml(const std::vector<Score>& scores, const std::string& path, std::string* error) {
+  std::FILE* f = std::fopen(path.c_str(), "w");
+  if (f == nullptr) {
+    *error = "cannot write " + path;
+    return false;
+  }
+  std::fputs(
+      "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>lumivex evaluation</title>\n"
+      "<style>body{font-family:sans-serif;margin:1.5em;color:#222}table{border-collapse:"
+      "collapse;font-size:13px}td,th{border:1px solid #ccc;padding:3px 6px;text-align:right}"
+      "td:nth-child(-n+6),th{text-align:left}.bad{color:#b00}figure{display:inline-block;"
+      "vertical-align:top;margin:0 1em 1em 0}img{max-width:480px;max-height:480px;border:1px "
+      "solid #ccc}</style></head>\n<body>\n<h1>lumivex evaluation</h1>\n<table>\n<tr><th>photo"
+      "</th><th>scenario</th><th>frame</th><th>direction</th><th>profile</th><th>result</th>"
+      "<th>frames</th><th>kept</th><th>panorama</th><th>track mean (px)</th><th>track max (px)"
+      "</th><th>PSNR (dB)</th><th>chroma PSNR (dB)</th><th>drift %</th><th>ms/frame</th></tr>\n",
+      f);
+  for (const Score& s : scores) {
+    std::fprintf(f,
+                 "<tr><td>%s</td><td>%s</td><td>%dx%d</td><td>%s</td><td>%s</td><td%s>%s</td>"
+                 "<td>%d</td><td>%d</td><td>%dx%d</td><td>%.2f</td><td>%.1f</td><td>%.1f</td>"
+                 "<td>%.1f</td><td>%.1f</td><td>%.2f</td></tr>\n",
+                 Html(s.photo).c_str(), Html(s.name).c_str(), s.width, s.height,
+                 DirectionName(s.direction), ProfileName(s.profile),
+                 s.complete ? "" : " class=\"bad\"", Html(OutcomeOf(s)).c_str(), s.frames, s.kept,
+                 s.pano_width, s.pano_height, s.track_mean, s.track_max, s.psnr, s.chroma_psnr,
+                 s.drift, s.ms_per_frame);
+  }
+  std::fputs("</table>\n", f);
+  for (std::size_t i = 0; i < scores.size(); ++i) {
+    const Score& s = scores[i];
+    if (i == 0 || s.photo != scores[i - 1].photo || s.name != scores[i - 1].name ||
+        s.direction != scores[i - 1].direction || s.width != scores[i - 1].width)
+      std::fprintf(f, "<h2>%s, %s, %dx%d, %s</h2>\n", Html(s.photo).c_str(), Html(s.name).c_str(),
+                   s.width, s.height, DirectionName(s.direction));
+    std::fprintf(f, "<figure><figcaption>%s: %s</figcaption>\n", ProfileName(s.profile),
+                 Html(OutcomeOf(s)).c_str());
+    if (!s.thumbnail.empty())
+      std::fprintf(f,
+                   "<img class=\"pano\" alt=\"panorama\" src=\"data:image/jpeg;base64,%s\"><br>\n",
+                   Base64(s.thumbnail).c_str());
+    std::fprintf(f, "<div class=\"chart\">%s</div></figure>\n", Svg(s).c_str());
+  }
+  std::fputs(
+      "<script>window.addEventListener('load', () => {\n"
+      "  const imgs = [...document.images];\n"
+      "  const charts = [...document.querySelectorAll('.chart svg')];\n"
+      "  document.body.dataset.images = imgs.length;\n"
+      "  document.body.dataset.imagesShown = imgs.filter(i => i.complete && i.naturalWidth > "
+      "0).length;\n"
+      "  document.body.dataset.charts = charts.length;\n"
+      "  document.body.dataset.chartsShown = charts.filter(c => c.getBBox().width > 0).length;\n"
+      "});</script>\n</body></html>\n",
+      f);
+  const bool ok = std::fclose(f) == 0;
+  if (!ok) *error = "cannot write " + path;
+  return ok;
 }
 
 }  // namespace
@@ -164,6 +277,11 @@ Score Capture1(const Simulator& sim, const std::string& photo_name, const std::s
   s.pano_width = cap.panorama().width();
   s.pano_height = cap.panorama().height();
   s.ms_per_frame = cap.ms_per_frame();
+  if (cap.panorama().width() > 0) {
+    std::string ignored;
+    ZMOSIMAGE pano = const_cast<Yuv420&>(cap.panorama()).Image();
+    EncodeJpeg(Shrink(ImageToRgb(pano), 480), 85, &s.thumbnail, &ignored);
+  }
 
   // Tracking: the engine reports the travel since the detecting frame (y negated).
   const int d = cap.detected_at();
@@ -171,6 +289,7 @@ Score Capture1(const Simulator& sim, const std::string& photo_name, const std::s
     const auto [x0, y0] = sim.Position(d);
     double sum = 0;
     int n = 0;
+    s.first_frame = d;
     for (const FrameRecord& r : cap.records()) {
       if (r.index < d || r.result != 0) continue;
       const auto [x, y] = sim.Position(r.index);
@@ -180,8 +299,8 @@ Score Capture1(const Simulator& sim, const std::string& photo_name, const std::s
       ++n;
       s.track_max = std::max(s.track_max, e);
       const bool horizontal = options.direction < 2;
-      s.truth.push_back(horizontal ? x - x0 : y - y0);
-      s.estimate.push_back(horizontal ? r.offset_x : -r.offset_y);
+      s.error_along.push_back(horizontal ? ex : ey);
+      s.error_across.push_back(horizontal ? ey : ex);
     }
     s.track_mean = n > 0 ? sum / n : 0;
     if (!cap.narrow() && s.pano_width > 0) {
@@ -198,6 +317,11 @@ Score Capture1(const Simulator& sim, const std::string& photo_name, const std::s
 }  // namespace
 
 std::string OutcomeOf(const Score& s) {
+  if (s.photo_too_small) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "photo too small (x%.1f)", s.photo_scale);
+    return text;
+  }
   if (s.complete) return "complete";
   if (s.end_code == ZMOS_ERR_SWEEP_WRONG) return "0x7001 gone wrong";
   if (s.end_code == ZMOS_ERR_TOO_FAST) return "0x7003 too fast";
@@ -208,10 +332,23 @@ std::string OutcomeOf(const Score& s) {
 std::vector<Score> RunScenario(const Rgb& photo, const std::string& photo_name,
                                const std::string& name, const SimOptions& options,
                                const std::vector<std::int32_t>& profiles) {
-  const Simulator sim(photo, options);
+  SimOptions bounded = options;
+  bounded.max_scale = kMaxPhotoScale;
+  const Simulator sim(photo, bounded);
   std::vector<Score> scores;
-  for (std::int32_t profile : profiles)
+  for (std::int32_t profile : profiles) {
+    if (sim.too_small()) {
+      Score s;
+      s.photo = photo_name, s.name = name, s.profile = profile;
+      s.width = options.width, s.height = options.height, s.direction = options.direction;
+      s.photo_scale = sim.scale();
+      s.photo_too_small = true;
+      scores.push_back(s);
+      continue;
+    }
     scores.push_back(Capture1(sim, photo_name, name, options, profile));
+    scores.back().photo_scale = sim.scale();
+  }
   return scores;
 }
 
@@ -283,7 +420,7 @@ bool WriteReport(const std::vector<Score>& scores, const std::string& dir, std::
                  ProfileName(scores[i].profile), svg.c_str());
   }
   std::fclose(md);
-  return true;
+  return WriteHtml(scores, dir + "/report.html", error);
 }
 
 std::string ToJson(const std::vector<Score>& scores) {
@@ -300,7 +437,9 @@ std::string ToJson(const std::vector<Score>& scores) {
         << ", " << s.pano_height << "], \"track_mean\": " << s.track_mean
         << ", \"track_max\": " << s.track_max << ", \"psnr\": " << s.psnr
         << ", \"chroma_psnr\": " << s.chroma_psnr << ", \"drift\": " << s.drift
-        << ", \"seam_step\": " << s.seam_step << ", \"ms_per_frame\": " << s.ms_per_frame << "}"
+        << ", \"seam_step\": " << s.seam_step << ", \"ms_per_frame\": " << s.ms_per_frame
+        << ", \"photo_scale\": " << s.photo_scale
+        << ", \"photo_too_small\": " << (s.photo_too_small ? "true" : "false") << "}"
         << (i + 1 < scores.size() ? "," : "") << "\n";
   }
   out << "]\n";

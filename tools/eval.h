@@ -25,19 +25,30 @@ struct Score {
   double drift = 0;      // largest brightness departure from the photograph, 64-pixel blocks, %
   double seam_step = 0;  // largest brightness change between 16-line slices along the sweep, %
   double ms_per_frame = 0;
-  // Travel along the sweep, truth and the engine's report, frame by frame after detection.
-  std::vector<double> truth, estimate;
+  double photo_scale = 1;        // how much the photograph had to be enlarged for this sweep
+  bool photo_too_small = false;  // more than twice: not simulated
+  // The engine's reported travel minus the true one, along and across the sweep, pixels,
+  // frame by frame from the detecting frame (`first_frame`) on.
+  std::vector<double> error_along, error_across;
+  int first_frame = 0;
+  std::vector<std::uint8_t> thumbnail;  // the panorama, small, as JPEG (empty without one)
 };
+
+// Photographs are enlarged at most this much to hold a sweep; a scenario that needs more is
+// reported as "photo too small" rather than scored on a blurred picture.
+inline constexpr double kMaxPhotoScale = 2.0;
 
 // Simulates one sweep, then captures and scores it under each profile.
 std::vector<Score> RunScenario(const Rgb& photo, const std::string& photo_name,
                                const std::string& name, const SimOptions& options,
                                const std::vector<std::int32_t>& profiles);
 
-// "complete", "incomplete" or the failure that ended the capture.
+// "complete", "incomplete", the failure that ended the capture, or that the photograph was
+// too small for the scenario.
 std::string OutcomeOf(const Score& score);
 
-// Markdown with one SVG chart a scenario (written beside it); JSON for machines.
+// Markdown with one SVG chart a scenario (written beside it), and report.html holding
+// everything in one file (thumbnails, charts, the table) for any browser; JSON for machines.
 bool WriteReport(const std::vector<Score>& scores, const std::string& dir, std::string* error);
 std::string ToJson(const std::vector<Score>& scores);
 // `text` as a JSON string, quotes included (control characters dropped).

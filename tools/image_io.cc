@@ -4,8 +4,10 @@
 #include <png.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -146,18 +148,23 @@ bool ReadPng(std::FILE* f, Rgb* out, std::vector<png_bytep>& rows, std::string* 
   return true;
 }
 
-bool WriteJpeg(std::FILE* f, const Rgb& rgb, int quality, std::string* error) {
+}  // namespace
+
+bool EncodeJpeg(const Rgb& rgb, int quality, std::vector<std::uint8_t>* out, std::string* error) {
   jpeg_compress_struct info{};
   JpegError err{};
+  unsigned char* buffer = nullptr;
+  unsigned long size = 0;
   info.err = jpeg_std_error(&err.mgr);
   err.mgr.error_exit = OnJpegError;
   if (setjmp(err.jump)) {
     jpeg_destroy_compress(&info);
+    std::free(buffer);
     *error = std::string("JPEG encoder: ") + err.message;
     return false;
   }
   jpeg_create_compress(&info);
-  jpeg_stdio_dest(&info, f);
+  jpeg_mem_dest(&info, &buffer, &size);
   info.image_width = static_cast<JDIMENSION>(rgb.width);
   info.image_height = static_cast<JDIMENSION>(rgb.height);
   info.input_components = 3;
@@ -172,6 +179,20 @@ bool WriteJpeg(std::FILE* f, const Rgb& rgb, int quality, std::string* error) {
   }
   jpeg_finish_compress(&info);
   jpeg_destroy_compress(&info);
+  out->assign(buffer, buffer + size);
+  std::free(buffer);
+  return true;
+}
+
+namespace {
+
+bool WriteJpeg(std::FILE* f, const Rgb& rgb, int quality, std::string* error) {
+  std::vector<std::uint8_t> bytes;
+  if (!EncodeJpeg(rgb, quality, &bytes, error)) return false;
+  if (std::fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) {
+    *error = std::string("cannot write: ") + std::strerror(errno);
+    return false;
+  }
   return true;
 }
 
@@ -202,6 +223,27 @@ bool WritePng(std::FILE* f, const Rgb& rgb, std::string* error) {
 }
 
 }  // namespace
+
+Rgb Shrink(const Rgb& rgb, int side) {
+  const int f = std::max(1, (std::max(rgb.width, rgb.height) + side - 1) / std::max(side, 1));
+  if (f == 1) return rgb;
+  Rgb out;
+  out.width = rgb.width / f;
+  out.height = rgb.height / f;
+  out.pixels.resize(static_cast<std::size_t>(out.width) * out.height * 3);
+  for (int y = 0; y < out.height; ++y)
+    for (int x = 0; x < out.width; ++x)
+      for (int c = 0; c < 3; ++c) {
+        int sum = 0;
+        for (int dy = 0; dy < f; ++dy)
+          for (int dx = 0; dx < f; ++dx)
+            sum +=
+                rgb.pixels[(static_cast<std::size_t>(y * f + dy) * rgb.width + x * f + dx) * 3 + c];
+        out.pixels[(static_cast<std::size_t>(y) * out.width + x) * 3 + c] =
+            static_cast<std::uint8_t>(sum / (f * f));
+      }
+  return out;
+}
 
 bool EndsWith(const std::string& s, const std::string& suffix) {
   if (s.size() < suffix.size()) return false;

@@ -50,6 +50,12 @@ bool ReadImage(const std::string& path, Rgb* out, std::string* error);
 // Writes JPEG (of that quality, 1 to 100) or PNG, chosen by the extension (.jpg/.jpeg/.png).
 bool WriteImage(const std::string& path, const Rgb& rgb, std::string* error, int quality = 92);
 
+// JPEG bytes of that quality (1 to 100), in memory.
+bool EncodeJpeg(const Rgb& rgb, int quality, std::vector<std::uint8_t>* out, std::string* error);
+// At most `side` pixels on the longer side, each the average of a square of the original
+// (unchanged when already small enough).
+Rgb Shrink(const Rgb& rgb, int side);
+
 // BT.601 full-range conversions. The 4:2:0 side averages each 2 x 2 block.
 Yuv420 RgbToYuv420(const Rgb& rgb, std::uint32_t format);
 // Any engine image of the 4:2:0 families (NV21, 0x801, I420) or 0x501 to RGB.

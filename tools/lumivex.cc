@@ -68,7 +68,8 @@ const std::map<std::string, std::string> kHelp = {
      "  --angle DEG       the sweep to capture, 30 to 360 degrees (default 180, as the phone)\n"
      "  --size WxH        frame size of raw input\n"
      "  --format nv21|i420  the layout of raw input and the one fed to the engine (default nv21)\n"
-     "  --debug-dir DIR   previews after each kept frame, frames.csv, panorama-seams.png\n"
+     "  --debug-dir DIR   previews after each kept frame, frames.csv and frames.json (every\n"
+     "                    frame), panorama-seams.png (seams numbered, overlaps tinted)\n"
      "  --profile P       exact (the engine unchanged) or quality (default: corrects\n"
      "                    small-step drift, sky at the start and chroma at odd seams)\n"
      "  --quality N       JPEG quality, 1 to 100 (default 92)\n"
@@ -97,7 +98,9 @@ const std::map<std::string, std::string> kHelp = {
      "usage: lumivex eval PHOTO... [options]\n"
      "Simulates sweeps over each photograph, stitches them under each profile and scores\n"
      "completion, tracking error, luma and chroma PSNR and brightness drift. Writes\n"
-     "DIR/report.md (the profiles side by side) with one SVG chart a scenario.\n"
+     "DIR/report.html (one file: the table, every panorama and its tracking-error chart on\n"
+     "both axes) and DIR/report.md with one SVG chart a scenario. A scenario the photograph\n"
+     "is too small for (more than 2x enlargement) is reported as such, not scored.\n"
      "  --sizes LIST        hand-held sweeps, e.g. 640x480,1280x720 (default 640x480,1280x720)\n"
      "  --directions LIST   e.g. right,left (default right,left,down,up)\n"
      "  --jitter PX         hand wander (default 1)\n"
@@ -557,7 +560,7 @@ int Eval(int argc, char** argv) {
                   ProfileName(s.profile), OutcomeOf(s).substr(0, 22).c_str(), s.track_mean,
                   s.track_max, s.psnr, s.chroma_psnr);
     }
-    std::printf("report           %s/report.md\n", dir.c_str());
+    std::printf("report           %s/report.html (and report.md)\n", dir.c_str());
   }
   return kOk;
 }

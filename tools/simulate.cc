@@ -77,6 +77,7 @@ Simulator::Simulator(const Rgb& photo, const SimOptions& options) : o_(options) 
   const double have_along = horizontal ? photo.width : photo.height;
   const double have_cross = horizontal ? photo.height : photo.width;
   scale_ = std::max({1.0, need_along / have_along, need_cross / have_cross});
+  if (too_small()) return;  // blurred far beyond a camera's frames: not a fair test
   w_ = static_cast<int>(std::ceil(photo.width * scale_));
   h_ = static_cast<int>(std::ceil(photo.height * scale_));
 

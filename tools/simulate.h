@@ -29,6 +29,9 @@ struct SimOptions {
   int frames = 0;       // 0: as many as a full 180-degree sweep needs, with a margin
   std::uint64_t seed = 1;
   std::uint32_t format = ZMOS_FORMAT_NV21;
+  // The most the photograph may be enlarged to hold the path; 0: any. Beyond it the
+  // simulator builds nothing and reports the photograph as too small.
+  double max_scale = 0;
 };
 
 bool ParseDirection(const std::string& name, int* direction);
@@ -47,7 +50,9 @@ class Simulator {
   const std::vector<std::uint8_t>& cr() const { return v_; }
   int photo_width() const { return w_; }
   int photo_height() const { return h_; }
+  // How much the photograph was (or would have to be) enlarged to hold the path.
   double scale() const { return scale_; }
+  bool too_small() const { return o_.max_scale > 0 && scale_ > o_.max_scale; }
   bool WriteTruth(const std::string& path, std::string* error) const;
 
  private:

@@ -134,6 +134,16 @@ TEST_F(Cli, EvalScoresCompletionAndTracking) {
   }
   EXPECT_EQ(scenarios, 4);
 
+  // The demo's small preview would have to be enlarged far beyond a camera's sharpness: the
+  // scenario is flagged, not scored on a blur.
+  const Outcome small = Lumivex("eval '" + Path("demo/preview.png") +
+                                "' --sizes 640x480 --directions right --cases hand-held "
+                                "--profiles quality --report-dir '" +
+                                Path("small") + "' --json");
+  ASSERT_EQ(small.status, 0) << small.out;
+  EXPECT_NE(small.out.find("\"photo_too_small\": true"), std::string::npos) << small.out;
+  EXPECT_NE(small.out.find("photo too small (x"), std::string::npos) << small.out;
+
   // The corrections side by side: every sweep the quality profile exists for completes.
   const Outcome both = Lumivex("eval '" + photo_ + "' --cases corrections --report-dir '" +
                                Path("both") + "' --json");
