@@ -99,6 +99,10 @@ class Capture {
   Rgb preview_;
 };
 
+// Debug pictures and records: the seams over the panorama, and every frame as JSON.
+void DrawSeams(Rgb* rgb, const std::vector<Capture::Seam>& seams, bool horizontal);
+void WriteFramesJson(const std::string& path, const std::vector<FrameRecord>& records);
+
 }  // namespace lumivex::tools
 
 #endif  // LUMIVEX_TOOLS_CAPTURE_H_
