@@ -101,16 +101,14 @@ class VideoSource : public FrameSource {
         if (ok) ++frames_;
         return ok;
       }
-      if (res == AVERROR_EOF) {
-        ended_ = true;
-        break;
-      }
-      if (res != AVERROR(EAGAIN)) {
-        NoteDamage(AvError(res));
-        continue;
-      }
+      if (res == AVERROR_EOF) break;
+      // A frame the decoder could not make is skipped; either way it needs more input, and
+      // once the input is over, a decoder that still wants some has nothing left to give.
+      if (res != AVERROR(EAGAIN)) NoteDamage(AvError(res));
+      if (input_over_ && (res == AVERROR(EAGAIN) || ++failures_after_end_ > 64)) break;
       Feed();
     }
+    ended_ = true;
     return false;
   }
 
@@ -135,6 +133,7 @@ class VideoSource : public FrameSource {
             avio_tell(format_ctx_->pb) > last_end_)
           NoteDamage("a frame cut short");
         avcodec_send_packet(codec_, nullptr);
+        input_over_ = true;
         return;
       }
       const bool ours = packet_->stream_index == stream_;
@@ -228,6 +227,8 @@ class VideoSource : public FrameSource {
   int stream_ = -1;
   int quarters_ = 0;
   bool ended_ = false;
+  bool input_over_ = false;
+  int failures_after_end_ = 0;
   int frames_ = 0;
   std::int64_t last_end_ = 0;  // where the last packet's data ended in the input
   std::uint8_t* rgb_[4] = {};
