@@ -3,6 +3,7 @@
 // canvas, watches for drift and motion on the wrong axis, and decides when the sweep
 // is complete.
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 
@@ -33,7 +34,11 @@ constexpr std::int32_t StripFor(std::int32_t w) {
 // width also for vertical sweeps.
 std::int32_t SweepLength(std::int32_t frame_width, std::int32_t max_angle) {
   const auto f = static_cast<float>(max_angle * 6.0 / 360.0);
-  return static_cast<std::int32_t>(static_cast<float>(frame_width) * f) & ~3;
+  const float length = static_cast<float>(frame_width) * f;
+  // A length past the int range converts to INT32_MIN, as x86 does, rather than leaving
+  // the conversion undefined; such a sweep cannot be laid out.
+  if (!(length > -2147483648.0f && length < 2147483648.0f)) return INT32_MIN;
+  return static_cast<std::int32_t>(length) & ~3;
 }
 
 void Derive(ZMOSSWEEPSTITCHER& s, std::int32_t w) {

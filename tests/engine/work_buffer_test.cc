@@ -167,7 +167,8 @@ TEST(WorkBufferSize, RefusesWhatTheEngineCannotRun) {
   EXPECT_EQ(ZMOS_GetWorkBufferSize(640, 480, 180, nullptr), ZMOS_ERR_INVALID_PARAM);
   for (const auto& [w, h, angle] :
        {std::array{641, 480, 180}, std::array{640, 0, 180}, std::array{-640, 480, 180},
-        std::array{640, 480, 0}, std::array{64, 48, 180}, std::array{30000, 30000, 360}}) {
+        std::array{640, 480, 0}, std::array{64, 48, 180}, std::array{30000, 30000, 360},
+        std::array{30000, 30000, INT32_MAX}, std::array{640, 480, -180}}) {
     EXPECT_EQ(ZMOS_GetWorkBufferSize(w, h, angle, &size), ZMOS_ERR_INVALID_PARAM) << w << "x" << h;
     EXPECT_EQ(size, 7);
   }
