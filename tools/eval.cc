@@ -1,5 +1,9 @@
 #include "tools/eval.h"
 
+extern "C" {
+#include <libavutil/base64.h>
+}
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -147,17 +151,10 @@ std::string Svg(const Score& s) {
 }
 
 std::string Base64(const std::vector<std::uint8_t>& bytes) {
-  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    const std::uint32_t v = std::uint32_t{bytes[i]} << 16 |
-                            (i + 1 < bytes.size() ? std::uint32_t{bytes[i + 1]} << 8 : 0) |
-                            (i + 2 < bytes.size() ? bytes[i + 2] : 0);
-    out += kDigits[v >> 18 & 63];
-    out += kDigits[v >> 12 & 63];
-    out += i + 1 < bytes.size() ? kDigits[v >> 6 & 63] : '=';
-    out += i + 2 < bytes.size() ? kDigits[v & 63] : '=';
-  }
+  std::string out(AV_BASE64_SIZE(bytes.size()), '\0');
+  av_base64_encode(out.data(), static_cast<int>(out.size()), bytes.data(),
+                   static_cast<int>(bytes.size()));
+  out.resize(out.size() - 1);  // the terminating zero
   return out;
 }
 

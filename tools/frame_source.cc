@@ -2,8 +2,9 @@
 
 #include "tools/video_source.h"
 
+#include <string.h>  // strverscmp
+
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -34,32 +35,10 @@ bool CheckFrameSize(int w, int h, std::string* error) {
 }
 
 void NaturalSort(std::vector<std::string>* names) {
-  // Runs of digits compare by value (then by length, so "01" follows "1"), the rest by
-  // character.
-  auto less = [](const std::string& a, const std::string& b) {
-    std::size_t i = 0, j = 0;
-    while (i < a.size() && j < b.size()) {
-      const bool da = std::isdigit(static_cast<unsigned char>(a[i])) != 0;
-      const bool db = std::isdigit(static_cast<unsigned char>(b[j])) != 0;
-      if (da && db) {
-        std::size_t ie = i, je = j;
-        while (ie < a.size() && std::isdigit(static_cast<unsigned char>(a[ie]))) ++ie;
-        while (je < b.size() && std::isdigit(static_cast<unsigned char>(b[je]))) ++je;
-        std::size_t is = i, js = j;  // skip leading zeros for the value
-        while (is + 1 < ie && a[is] == '0') ++is;
-        while (js + 1 < je && b[js] == '0') ++js;
-        if (ie - is != je - js) return ie - is < je - js;
-        if (const int c = a.compare(is, ie - is, b, js, je - js); c != 0) return c < 0;
-        if (ie - i != je - j) return ie - i < je - j;
-        i = ie, j = je;
-      } else {
-        if (a[i] != b[j]) return a[i] < b[j];
-        ++i, ++j;
-      }
-    }
-    return a.size() - i < b.size() - j;
-  };
-  std::stable_sort(names->begin(), names->end(), less);
+  // glibc's version order: runs of digits compare by value.
+  std::stable_sort(names->begin(), names->end(), [](const std::string& a, const std::string& b) {
+    return strverscmp(a.c_str(), b.c_str()) < 0;
+  });
 }
 
 namespace {

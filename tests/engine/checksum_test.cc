@@ -31,26 +31,6 @@ struct Sweep {
   int expected_width, expected_height;
 };
 
-std::uint64_t Fnv(std::uint64_t h, const std::uint8_t* p, std::size_t n) {
-  for (std::size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 0x100000001B3ull;
-  return h;
-}
-
-std::uint64_t Checksum(const ZMOSIMAGE& img) {
-  std::uint64_t h = 0xCBF29CE484222325ull;
-  const std::int32_t size[2] = {img.lWidth, img.lHeight};
-  h = Fnv(h, reinterpret_cast<const std::uint8_t*>(size), sizeof(size));
-  for (std::int32_t r = 0; r < img.lHeight; ++r)
-    h = Fnv(h, img.pPlane[0] + std::int64_t{r} * img.lPitch[0], img.lWidth);
-  // NV21: one VU plane of full-width rows; I420: U then V at half width.
-  const bool planar = img.dwFormat == ZMOS_FORMAT_I420;
-  for (int p = 1; p <= (planar ? 2 : 1); ++p)
-    for (std::int32_t r = 0; r < img.lHeight / 2; ++r)
-      h = Fnv(h, img.pPlane[p] + std::int64_t{r} * img.lPitch[p],
-              planar ? img.lWidth / 2 : img.lWidth);
-  return h;
-}
-
 // Twice the size, each sample repeated: the half-size colour planes under the full-size luma.
 Plane8 Doubled(const Plane8& p) {
   Plane8 d{2 * p.width, 2 * p.height, std::vector<std::uint8_t>(p.pixels.size() * 4)};
@@ -126,7 +106,7 @@ std::uint64_t RunSweep(const ColourPlanes& scene, const Sweep& s, ZMOSIMAGE* res
   }
   ZMOSIMAGE result{};
   EXPECT_EQ(ZMOS_Stitch(engine, &result, nullptr), 0);
-  const std::uint64_t sum = Checksum(result);
+  const std::uint64_t sum = lumivex::test::PanoramaChecksum(result);
   *result_out = result;
   ZMOS_UnInit(&engine);
   return sum;

@@ -18,7 +18,7 @@ using lumivex::test::Plane8;
 
 struct Outcome {
   std::int32_t code = 0;   // the first failing result, or 0
-  std::uint64_t hash = 0;  // of the panorama's luma when the capture completed
+  std::uint64_t hash = 0;  // of the panorama when the capture completed
 };
 
 // A sweep over `scene` in direction `dir` (0 right, 1 left, 2 down, 3 up) at `speed` pixels
@@ -72,12 +72,7 @@ Outcome Capture(const Plane8& scene, const Sweep& c, std::int32_t size) {
   ZMOSIMAGE result{};
   if (out.code == 0 && angle_now >= angle &&
       (out.code = ZMOS_Stitch(engine, &result, nullptr)) == 0) {
-    out.hash = 1469598103934665603ull ^ static_cast<std::uint64_t>(result.lWidth);
-    for (int y = 0; y < result.lHeight; ++y)
-      for (int x = 0; x < result.lWidth; ++x)
-        out.hash =
-            (out.hash ^ result.pPlane[0][static_cast<std::ptrdiff_t>(y) * result.lPitch[0] + x]) *
-            1099511628211ull;
+    out.hash = lumivex::test::PanoramaChecksum(result);
   }
   if (out.code == 0 && angle_now < angle) out.code = -1;  // the scene ran out
   ZMOS_UnInit(&engine);

@@ -168,6 +168,25 @@ std::int32_t HandlerWorkBufferSize(std::int32_t w, std::int32_t h) {
                                    16 * 38);
 }
 
+std::uint64_t PanoramaChecksum(const ZMOSIMAGE& img) {
+  auto fnv = [](std::uint64_t h, const std::uint8_t* p, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 0x100000001B3ull;
+    return h;
+  };
+  std::uint64_t h = 0xCBF29CE484222325ull;
+  const std::int32_t size[2] = {img.lWidth, img.lHeight};
+  h = fnv(h, reinterpret_cast<const std::uint8_t*>(size), sizeof(size));
+  for (std::int32_t r = 0; r < img.lHeight; ++r)
+    h = fnv(h, img.pPlane[0] + std::int64_t{r} * img.lPitch[0], img.lWidth);
+  // NV21: one VU plane of full-width rows; I420: U then V at half width.
+  const bool planar = img.dwFormat == ZMOS_FORMAT_I420;
+  for (int p = 1; p <= (planar ? 2 : 1); ++p)
+    for (std::int32_t r = 0; r < img.lHeight / 2; ++r)
+      h = fnv(h, img.pPlane[p] + std::int64_t{r} * img.lPitch[p],
+              planar ? img.lWidth / 2 : img.lWidth);
+  return h;
+}
+
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed) {
   Plane8 out{width, height, {}};
   std::vector<float> acc(static_cast<std::size_t>(width) * height, 0.0f);

@@ -124,6 +124,10 @@ std::int32_t HandlerWorkBufferSize(std::int32_t w, std::int32_t h);
 // is missing.
 const ColourPlanes* TurnedColourPhoto();
 
+// FNV-1a of a 4:2:0 panorama's size, luma rows and chroma rows (NV21's VU plane, or
+// I420's U and V), so two panoramas compare by one number.
+std::uint64_t PanoramaChecksum(const ZMOSIMAGE& img);
+
 // Smooth random texture (sum of soft blobs at several scales), reproducible everywhere.
 Plane8 SyntheticTexture(int width, int height, std::uint64_t seed);
 
