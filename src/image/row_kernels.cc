@@ -1,15 +1,13 @@
 #include "src/image/row_kernels.h"
 
+#include "src/kernels/kernels.h"
+
 namespace lumivex::image {
 
 void CopyRowSwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t bytes,
                       std::int64_t src_avail) {
   const std::int64_t even = bytes & ~std::int64_t{1};
-  for (std::int64_t i = 0; i < even; i += 2) {
-    const std::uint8_t a = src[i];
-    dst[i] = src[i + 1];
-    dst[i + 1] = a;
-  }
+  kernels::Active().swap_pairs(dst, src, even / 2);
   if (bytes != even && even < src_avail - 1) dst[even] = src[even + 1];
 }
 

@@ -40,6 +40,18 @@ inline std::uint8_t Rule(std::int32_t wa, std::int32_t a, std::int32_t wb, std::
   return static_cast<std::uint8_t>(v < 1 ? 0 : v > 255 ? 255 : v);
 }
 
+// A blend table's weights laid out for the fade kernel: up[k] = t[k] and down[k] =
+// t[w - 1 - k] (by pixel pairs, t[k & ~1] and t[w - 1 - (k & ~1)], for interleaved
+// chroma). `ok` only when every weight fits 16 bits and the table fits here; otherwise the
+// blends keep their per-pixel loops.
+struct FadeWeights {
+  static constexpr std::int32_t kMax = 1024;
+  FadeWeights(const std::int32_t* t, std::int32_t w, bool pairs);
+  std::uint16_t up[kMax];
+  std::uint16_t down[kMax];
+  bool ok = false;
+};
+
 // One plane of an image with its extent, so the blends never step outside it.
 struct PlaneView {
   std::uint8_t* base = nullptr;

@@ -4,16 +4,21 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "src/kernels/kernels.h"
 #include "src/stitch/blend_internal.h"
 
 namespace lumivex::stitch {
 namespace {
 
+// Runs shorter than this are blended pixel by pixel.
+constexpr std::int64_t kMinVectorRun = 16;
+
 // One row of the luminance blend over columns [0, w_row) (the overlap's width); only the
 // first `s_cols` columns exist in the second image, the rest of the row keeps the first.
+// `fade` holds the table's weights for the kernels (null or not ok: per pixel).
 void BlendRowAlongSeam(std::uint8_t* f, const std::uint8_t* s, std::int32_t w_row,
-                       std::int64_t s_cols, std::int32_t seam, std::int32_t band,
-                       std::int32_t side) {
+                       std::int64_t s_cols, std::int32_t seam, std::int32_t band, std::int32_t side,
+                       const FadeWeights* fade) {
   const std::int32_t w = g_BlendTableWidth;
   const std::int32_t* t = g_BlendTable;
   const bool averaged = w > band;
@@ -23,7 +28,21 @@ void BlendRowAlongSeam(std::uint8_t* f, const std::uint8_t* s, std::int32_t w_ro
   w_row =
       static_cast<std::int32_t>(std::min<std::int64_t>(w_row, std::max<std::int64_t>(s_cols, 0)));
   const std::int64_t hi = std::min<std::int64_t>(start + n, w_row);
-  for (std::int64_t c = lo; c < hi; ++c) {
+  // Bands narrower than a vector stay in the loop below: a call costs more than they do.
+  const bool vector = hi - lo >= kMinVectorRun && (averaged || (fade != nullptr && fade->ok));
+  if (vector) {
+    const kernels::KernelSet& kern = kernels::Active();
+    const auto count = static_cast<std::int32_t>(hi - lo);
+    const std::int64_t k0 = lo - start;
+    if (averaged) {
+      kern.average(f + lo, s + lo, count);
+    } else if (side == 0) {
+      kern.fade_q16(f + lo, s + lo, fade->up + k0, fade->down + k0, count);
+    } else {
+      kern.fade_q16(f + lo, s + lo, fade->down + k0, fade->up + k0, count);
+    }
+  }
+  for (std::int64_t c = lo; c < hi && !vector; ++c) {
     const std::int64_t k = c - start;
     if (averaged) {
       f[c] = static_cast<std::uint8_t>((f[c] + s[c]) >> 1);
@@ -162,9 +181,25 @@ std::int32_t InterleavedChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const 
 
   const PlaneView a = ViewOf(first, 1), b = ViewOf(second, 1);
   const RowRange range = CommonRows(a, o.row1, b, o.row2, o.rows);
+  // Rows whose second-image bytes run straight (no crosswise pairing) and lie inside its
+  // row go through the fade kernel.
+  const FadeWeights fade(t, w, true);
+  const bool straight =
+      fade.ok && w >= kMinVectorRun && !o.crosswise && o.x >= 0 && o.x + w <= b.row_bytes;
+  const kernels::KernelSet& kern = kernels::Active();
   for (std::int64_t i = range.lo; i < range.hi; ++i) {
     std::uint8_t* f = a.Row(o.row1 + i) + o.left;
     const std::uint8_t* srow = b.Row(o.row2 + i);
+    if (straight) {
+      if (side == 0) {
+        kern.fade_q16(f, srow + o.x, fade.up, fade.down, w);
+      } else {
+        kern.fade_q16(f, srow + o.x, fade.down, fade.up, w);
+        for (std::int64_t k = w; k < o.width; ++k)
+          if (o.x + k < b.row_bytes) f[k] = srow[o.x + k];
+      }
+      continue;
+    }
     auto second_byte = [&](std::int64_t k) -> const std::uint8_t* {
       const std::int64_t col = o.Source(k);
       return col >= 0 && col < b.row_bytes ? srow + col : nullptr;
@@ -198,10 +233,11 @@ int32_t BlendPlaneAlongSeam(uint8_t* pFirst, const uint8_t* pSecond, int32_t lFi
                             const int32_t* plPath, int32_t lBand, int32_t lSide, MHandle) {
   if (pFirst == nullptr || pSecond == nullptr || plPath == nullptr) return ZMOS_ERR_NO_TEXTURE;
   if (g_BlendTable == nullptr) return ZMOS_ERR_NO_TEXTURE;  // released: no weights to read
+  const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
   for (std::int32_t r = 0; r < lHeight; ++r)
     BlendRowAlongSeam(pFirst + std::int64_t{r} * lFirstPitch,
                       pSecond + std::int64_t{r} * lSecondPitch, lWidth, lWidth, plPath[r], lBand,
-                      lSide);
+                      lSide, &fade);
   return ZMOS_OK;
 }
 
@@ -257,10 +293,12 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   const PlaneView a = ViewOf(*pFirst, 0), b = ViewOf(*pSecond, 0);
   const RowRange rows = CommonRows(a, pFirstRect->lTop, b, pSecondRect->lTop, h);
   if ((format >= 0x801 && format <= 0x803) || (format >= 0x601 && format <= 0x608)) {
+    const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
     for (std::int64_t r = rows.lo; r < rows.hi; ++r)
       BlendRowAlongSeam(a.Row(pFirstRect->lTop + r) + pFirstRect->lLeft,
                         b.Row(pSecondRect->lTop + r) + pSecondRect->lLeft, w_overlap,
-                        b.row_bytes - std::int64_t{pSecondRect->lLeft}, path[r], band, lSide);
+                        b.row_bytes - std::int64_t{pSecondRect->lLeft}, path[r], band, lSide,
+                        &fade);
     const std::int32_t res =
         format >= 0x801
             ? InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr)

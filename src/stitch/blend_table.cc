@@ -54,6 +54,18 @@ void FillBlendTable(std::int32_t* table, std::int32_t w) {
   }
 }
 
+FadeWeights::FadeWeights(const std::int32_t* t, std::int32_t w, bool pairs) {
+  if (t == nullptr || w < 1 || w > kMax) return;
+  for (std::int32_t k = 0; k < w; ++k) {
+    const std::int32_t i = pairs ? k & ~1 : k;
+    const std::int32_t a = t[i], b = t[w - 1 - i];
+    if (a < 0 || a > 0xFFFF || b < 0 || b > 0xFFFF) return;
+    up[k] = static_cast<std::uint16_t>(a);
+    down[k] = static_cast<std::uint16_t>(b);
+  }
+  ok = true;
+}
+
 const std::uint8_t* PlaneView::At(std::int64_t offset) const {
   if (base == nullptr || pitch <= 0 || offset < 0) return nullptr;
   const std::int64_t row = offset / pitch, col = offset % pitch;

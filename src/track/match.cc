@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "lumivex/track.h"
+#include "src/kernels/kernels.h"
 #include "src/track/match_kernels.h"
 
 namespace lumivex::track {
@@ -35,39 +36,29 @@ std::int32_t BestShiftReference(const std::uint32_t* c, const std::uint32_t* r,
 }
 
 std::int32_t BestShiftEarlyExit(const std::uint32_t* c, const std::uint32_t* r,
-                                std::int32_t max_offset, std::int32_t m) {
+                                std::int32_t max_offset, std::int32_t m,
+                                const kernels::KernelSet& k) {
   if (m <= 0 || max_offset < 0) return BestShiftReference(c, r, max_offset, m);
   // A candidate can be dropped once its partial sum reaches the best one only if no sum
-  // wraps: bounded by m times the largest entry either signal contributes.
+  // wraps: bounded by m times the largest entry either signal contributes. Entries below
+  // 2^31 also let the vector kernels take signed differences.
   const std::uint32_t* a = c + max_offset;
   std::uint32_t top = 0;
   for (std::int32_t i = 0; i < m; ++i) top = std::max(top, a[i]);
   for (std::int64_t i = 0; i < std::int64_t{m} + 2 * std::int64_t{max_offset}; ++i)
     top = std::max(top, r[i]);
-  if (std::uint64_t{top} * static_cast<std::uint64_t>(m) >= 0xFFFFFFFFu)
+  if (std::uint64_t{top} * static_cast<std::uint64_t>(m) >= 0xFFFFFFFFu || top >= 0x80000000u)
     return BestShiftReference(c, r, max_offset, m);
-  constexpr std::int32_t kChunk = 32;
   // The unmoved candidate (the caller's prior) is usually close to the answer: its sum
   // bounds every other from the start. A candidate above it can never win; one equal to
   // it still can, if met first, so those are summed in full.
-  const std::uint32_t seed = SumAbsDiff(a, r + max_offset, m);
+  const std::uint32_t seed = k.sad_until(a, r + max_offset, m, 0xFFFFFFFFu);
   std::uint32_t best = 0xFFFFFFFFu;
   std::int32_t best_d = 0;
   for (std::int32_t d = max_offset; d >= -max_offset; --d) {
-    const std::uint32_t* b = r + (max_offset - d);
-    const std::uint32_t limit = std::min(best, seed + 1);
-    std::uint32_t sad = 0;
-    std::int32_t i = 0;
     // Once the partial sum reaches the limit, the whole one cannot win.
-    for (; i + kChunk <= m && sad < limit; i += kChunk) {
-      std::uint32_t part = 0;
-      for (std::int32_t k = 0; k < kChunk; ++k)
-        part += a[i + k] > b[i + k] ? a[i + k] - b[i + k] : b[i + k] - a[i + k];
-      sad += part;
-    }
-    if (sad >= limit) continue;
-    for (; i < m; ++i) sad += a[i] > b[i] ? a[i] - b[i] : b[i] - a[i];
-    if (sad < best) {
+    const std::uint32_t sad = k.sad_until(a, r + (max_offset - d), m, std::min(best, seed + 1));
+    if (sad < best && sad <= seed) {
       best = sad;
       best_d = d;
     }
@@ -77,11 +68,7 @@ std::int32_t BestShiftEarlyExit(const std::uint32_t* c, const std::uint32_t* r,
 
 std::int32_t BestShift(const std::uint32_t* c, const std::uint32_t* r, std::int32_t max_offset,
                        std::int32_t m) {
-#if defined(LUMIVEX_REFERENCE_KERNELS)
-  return BestShiftReference(c, r, max_offset, m);
-#else
-  return BestShiftEarlyExit(c, r, max_offset, m);
-#endif
+  return BestShiftEarlyExit(c, r, max_offset, m, kernels::Active());
 }
 
 namespace {

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "src/kernels/kernels.h"
+
 namespace lumivex::track {
 
 // Sum over i in [0, m) of |a[i] - b[i]| in unsigned 32-bit arithmetic (wrapping).
@@ -22,7 +24,8 @@ std::int32_t BestShift(const std::uint32_t* c, const std::uint32_t* r, std::int3
 std::int32_t BestShiftReference(const std::uint32_t* c, const std::uint32_t* r,
                                 std::int32_t max_offset, std::int32_t m);
 std::int32_t BestShiftEarlyExit(const std::uint32_t* c, const std::uint32_t* r,
-                                std::int32_t max_offset, std::int32_t m);
+                                std::int32_t max_offset, std::int32_t m,
+                                const kernels::KernelSet& k = kernels::Active());
 
 }  // namespace lumivex::track
 

@@ -2,6 +2,7 @@
 #include <cstdint>
 
 #include "lumivex/track.h"
+#include "src/kernels/kernels.h"
 #include "src/track/projection_kernels.h"
 
 namespace lumivex::track {
@@ -65,8 +66,7 @@ std::int32_t Horizontal(const ZMOSIMAGE* image, const ZMOSRECT* rect, std::uint3
       if ((reinterpret_cast<std::uintptr_t>(line) & 3) == 0 && (pitch & 3) == 0) {
         FastColumnSums()(width, rows, line, step, out);
       } else {
-        for (std::int32_t y = 0; y < rows; ++y)
-          for (std::int32_t x = 0; x < width; ++x) out[x] += line[y * step + x];
+        kernels::Active().column_sums(width, rows, line, step, out);
       }
       return ZMOS_OK;
     }
@@ -128,6 +128,10 @@ int32_t ZMOSVertProjectSingle_PBM(const ZMOSIMAGE* pImage, const ZMOSRECT* pRect
 
   const std::ptrdiff_t pitch = pImage->lPitch[0];
   const std::uint8_t* row0 = pImage->pPlane[0] + pitch * pRect->lTop;
+  if (pixels == Pixels::kPlanar && (pitch & 3) == 0) {
+    RowSumLanesRows(row0 + pRect->lLeft, pitch, rows, width, pOut);
+    return ZMOS_OK;
+  }
   for (std::int32_t j = 0; j < rows; ++j) {
     const std::uint8_t* row = row0 + j * pitch;
     std::uint32_t sum = 0;

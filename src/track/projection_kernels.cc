@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "src/kernels/kernels.h"
+
 namespace lumivex::track {
 namespace {
 
@@ -108,42 +110,13 @@ ColumnSumsFn SelectColumnSums(LumaBytes luma) {
   return ColumnSumsKernel(luma, NativeByteOrder());
 }
 
-void ColumnSumsBlocked(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
-                       std::ptrdiff_t step, std::uint32_t* out) {
-  // 257 rows of 255 reach 65535 at most.
-  constexpr std::int32_t kRowBlock = 257;
-  constexpr std::int32_t kColumns = 512;
-  alignas(16) std::uint16_t acc[kColumns];
-  for (std::int32_t c0 = 0; c0 < width; c0 += kColumns) {
-    const std::int32_t n = std::min(kColumns, width - c0);
-    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
-      const std::int32_t y1 = std::min(rows, y0 + kRowBlock);
-      std::fill(acc, acc + n, std::uint16_t{0});
-      for (std::int32_t y = y0; y < y1; ++y) {
-        const std::uint8_t* r = line + y * step + c0;
-        for (std::int32_t x = 0; x < n; ++x) acc[x] = static_cast<std::uint16_t>(acc[x] + r[x]);
-      }
-      for (std::int32_t x = 0; x < n; ++x) out[c0 + x] += acc[x];
-    }
-  }
-}
-
 ColumnSumsFn FastColumnSums() {
-  // The 16-bit blocks pay only where they vectorise: not on ARM without NEON.
-#if defined(LUMIVEX_REFERENCE_KERNELS) || (defined(__arm__) && !defined(__ARM_NEON))
-  return SelectColumnSums(LumaBytes::kAll);
-#else
-  return ColumnSumsBlocked;
-#endif
+  // The vector kernels read little-endian words; elsewhere the word kernel is the rule.
+  if (NativeByteOrder() != ByteOrder::kLittle) return SelectColumnSums(LumaBytes::kAll);
+  return kernels::Active().column_sums;
 }
 
 namespace {
-
-// Two bytes of the word in each 16-bit lane: bytes 0 and 2 in the low lane, 1 and 3 in
-// the high one.
-constexpr std::uint32_t LanePair(std::uint32_t w) {
-  return (w & 0x00FF00FFu) + ((w >> 8) & 0x00FF00FFu);
-}
 
 constexpr std::uint32_t Fold(std::uint32_t acc) {
   return (acc & 0xFFFFu) + (acc >> 16);
@@ -169,16 +142,50 @@ std::uint32_t LaneSum(const std::uint8_t* p, std::int32_t words, Lanes lanes) {
 
 }  // namespace
 
-std::uint32_t RowSumLanes(const std::uint8_t* p, std::int32_t n) {
-  std::uint32_t sum = 0;
+void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+                     std::uint32_t* out, const kernels::KernelSet& k) {
   const auto misalign = static_cast<std::int32_t>(reinterpret_cast<std::uintptr_t>(p) & 3);
   std::int32_t lead = misalign != 0 ? 4 - misalign : 0;
   if (lead > n) lead = n;
-  for (std::int32_t i = 0; i < lead; ++i) sum += p[i];
-  p += lead;
-  n -= lead;
-  sum += LaneSum(p, n / 4, LanePair);
-  for (std::int32_t i = n & ~3; i < n; ++i) sum += p[i];
+  const std::int32_t m = n - lead, bytes = m & ~3, grouped = m & ~15;
+  // A lane accumulator over words holds (bytes 0, 1) + (bytes 2, 3) << 16 modulo 2^32,
+  // whatever the order of the additions: exact lane sums rebuild it, wraps included.
+  constexpr std::int32_t kChunk = 64;
+  std::uint32_t low[kChunk], high[kChunk];
+  for (std::int32_t y0 = 0; y0 < rows; y0 += kChunk) {
+    const std::int32_t count = std::min(kChunk, rows - y0);
+    const std::uint8_t* first = p + y0 * step;
+    if (grouped > 0) {
+      k.lane_sums(first + lead, step, count, grouped, low, high);
+    } else {
+      std::fill(low, low + count, 0u);
+      std::fill(high, high + count, 0u);
+    }
+    for (std::int32_t j = 0; j < count; ++j) {
+      const std::uint8_t* r = first + j * step;
+      const std::uint8_t* a = r + lead;
+      std::uint32_t sum = 0;
+      for (std::int32_t i = 0; i < lead; ++i) sum += r[i];
+      std::uint32_t tail_low = 0, tail_high = 0;
+      for (std::int32_t i = grouped; i < bytes; i += 4) {
+        tail_low += a[i] + a[i + 1];
+        tail_high += a[i + 2] + a[i + 3];
+      }
+      // From 256 bytes of words on, the 16-byte groups are folded on their own.
+      if (bytes >= 256) {
+        sum += Fold(low[j] + (high[j] << 16)) + Fold(tail_low + (tail_high << 16));
+      } else {
+        sum += Fold(low[j] + tail_low + ((high[j] + tail_high) << 16));
+      }
+      for (std::int32_t i = bytes; i < m; ++i) sum += a[i];
+      out[y0 + j] = sum;
+    }
+  }
+}
+
+std::uint32_t RowSumLanes(const std::uint8_t* p, std::int32_t n, const kernels::KernelSet& k) {
+  std::uint32_t sum = 0;
+  RowSumLanesRows(p, 0, 1, n, &sum, k);
   return sum;
 }
 

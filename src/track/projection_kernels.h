@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "src/kernels/kernels.h"
+
 namespace lumivex::track {
 
 enum class ByteOrder { kLittle, kBig };
@@ -31,19 +33,21 @@ ColumnSumsFn ColumnSumsKernel(LumaBytes luma, ByteOrder order);
 // The kernel for `luma` in the machine's byte order.
 ColumnSumsFn SelectColumnSums(LumaBytes luma);
 
-// One-byte column sums accumulated in 16-bit counters over blocks of rows and flushed
-// into `out`: the word kernels' result, in a shape compilers vectorise.
-void ColumnSumsBlocked(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
-                       std::ptrdiff_t step, std::uint32_t* out);
-
-// The column-sum kernel the projections use for one-byte pixels: the blocked one, or the
-// word kernel when the library is built with reference kernels only.
+// The column-sum kernel the projections use for one-byte pixels at a word-aligned start:
+// the fastest kernel set's on a little-endian machine, which gives the word kernel's sums.
 ColumnSumsFn FastColumnSums();
 
 // Sum of n one-byte pixels with 16-bit lanes packed in a 32-bit accumulator. Exact
 // while neither lane passes 65535 (rows up to 514 pixels); beyond that the lanes wrap
 // in a pattern that depends on the row's address alignment, which is kept on purpose.
-std::uint32_t RowSumLanes(const std::uint8_t* p, std::int32_t n);
+// Computed from `k`'s lane sums.
+std::uint32_t RowSumLanes(const std::uint8_t* p, std::int32_t n,
+                          const kernels::KernelSet& k = kernels::Active());
+
+// RowSumLanes of `rows` rows starting `step` bytes apart into out[0..rows); `step` a
+// multiple of 4, so that every row starts in the first one's phase.
+void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+                     std::uint32_t* out, const kernels::KernelSet& k = kernels::Active());
 
 // The same for two-byte pixels, summing only the luma bytes.
 std::uint32_t RowSumLanesPacked(const std::uint8_t* p, std::int32_t n, LumaBytes luma);

@@ -133,25 +133,6 @@ TEST(Projection, BigEndianKernelsReadWordsInTheOtherOrder) {
             ColumnSumsKernel(LumaBytes::kAll, ByteOrder::kLittle));
 }
 
-// The blocked kernel the projections use must give the word kernel's sums exactly,
-// across its row blocks (257) and column chunks (512), at any alignment and step.
-TEST(Projection, BlockedColumnSumsAreBitExact) {
-  Rng rng(8);
-  for (int trial = 0; trial < 60; ++trial) {
-    const int width = rng.Range(1, 1300), rows = rng.Range(1, 700);
-    const int step = width + rng.Range(0, 40), misalign = rng.Range(0, 15);
-    std::vector<std::uint8_t> data(static_cast<std::size_t>(step) * rows + misalign);
-    const int level = rng.Range(0, 255);
-    for (auto& b : data)
-      b = static_cast<std::uint8_t>(trial % 4 == 0 ? 255 : (level + rng.Next() % 64) & 0xFF);
-    const std::uint8_t* line = data.data() + misalign;
-    std::vector<std::uint32_t> want(width, 3), got(width, 3);
-    SelectColumnSums(LumaBytes::kAll)(width, rows, line, step, want.data());
-    ColumnSumsBlocked(width, rows, line, step, got.data());
-    ASSERT_EQ(got, want) << width << " x " << rows;
-  }
-}
-
 // Row sums as the rule states them: bytes up to a 4-byte boundary singly, then 16-byte
 // groups and words into two 16-bit lanes (the groups folded on their own from 256 aligned
 // bytes on), the last bytes singly.

@@ -1,0 +1,63 @@
+// The per-row kernels under the projections, the direct matcher and the blends, in a
+// plain reference version and faster versions per instruction set (kernels_sse2.cc,
+// kernels_avx2.cc, kernels_neon.cc). Every version gives the reference's bits; the set in
+// use is chosen once, at first use.
+#ifndef LUMIVEX_SRC_KERNELS_KERNELS_H_
+#define LUMIVEX_SRC_KERNELS_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace lumivex::kernels {
+
+struct KernelSet {
+  const char* name;
+
+  // Adds the column sums of `rows` lines of `width` one-byte pixels into out[0..width).
+  // Sums never wrap for the frame sizes the trackers accept (rows * 255 < 2^32).
+  void (*column_sums)(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                      std::ptrdiff_t step, std::uint32_t* out);
+
+  // For each of `rows` rows starting `step` bytes apart: the sums of the bytes of
+  // [row, row + n) (n a multiple of 16) by their offset modulo 4, bytes 0 and 1 of each
+  // group into low[y], bytes 2 and 3 into high[y].
+  void (*lane_sums)(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+                    std::uint32_t* low, std::uint32_t* high);
+
+  // Sum of |a[i] - b[i]| over [0, m), stopping at a block boundary once the partial sum
+  // reaches `limit` (the partial sum is returned then). Entries are below 2^31 and the
+  // whole sum below 2^32, so no order of summation wraps.
+  std::uint32_t (*sad_until)(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
+                             std::uint32_t limit);
+
+  // Q16 cross-fade: f[k] = clamp((ws[k] * s[k] + wf[k] * f[k] + 32768) >> 16) over [0, n).
+  void (*fade_q16)(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
+                   const std::uint16_t* wf, std::int32_t n);
+
+  // f[k] = (f[k] + s[k]) >> 1 over [0, n).
+  void (*average)(std::uint8_t* f, const std::uint8_t* s, std::int32_t n);
+
+  // dst[2i] = src[2i + 1], dst[2i + 1] = src[2i] for i in [0, pairs): interleaved chroma
+  // moved into the other phase.
+  void (*swap_pairs)(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs);
+};
+
+// The plain versions: the truth every other set is tested against.
+const KernelSet& Reference();
+
+// The fastest set this machine runs (the reference set when the library is built with
+// reference kernels only).
+const KernelSet& Active();
+
+// Every set this machine can run, the reference first; for the tests and benchmarks.
+std::span<const KernelSet* const> Available();
+
+// Instruction-set versions; null where the build or the CPU lacks them.
+const KernelSet* Sse2Set();
+const KernelSet* Avx2Set();
+const KernelSet* NeonSet();
+
+}  // namespace lumivex::kernels
+
+#endif  // LUMIVEX_SRC_KERNELS_KERNELS_H_

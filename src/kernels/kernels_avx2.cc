@@ -1,0 +1,206 @@
+// AVX2 kernels, compiled with -mavx2 and chosen only on CPUs that report AVX2.
+#include "src/kernels/kernels.h"
+
+#if defined(__AVX2__)
+#include <immintrin.h>
+
+namespace lumivex::kernels {
+namespace {
+
+// No standard-library templates here: an out-of-line copy built with this file's flags
+// could be the one the linker keeps for the whole library.
+constexpr std::int32_t Min(std::int32_t a, std::int32_t b) {
+  return a < b ? a : b;
+}
+
+__m256i Load(const void* p) {
+  return _mm256_loadu_si256(static_cast<const __m256i*>(p));
+}
+void Store(void* p, __m256i v) {
+  _mm256_storeu_si256(static_cast<__m256i*>(p), v);
+}
+// Sixteen bytes widened to sixteen 16-bit lanes, in order.
+__m256i Widen(const std::uint8_t* p) {
+  return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+
+// Adds sixteen 16-bit lanes (in order) into out[0..16) as 32-bit sums.
+void FlushWords(__m256i acc, std::uint32_t* out) {
+  const __m256i lo = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(acc));
+  const __m256i hi = _mm256_cvtepu16_epi32(_mm256_extracti128_si256(acc, 1));
+  Store(out, _mm256_add_epi32(Load(out), lo));
+  Store(out + 8, _mm256_add_epi32(Load(out + 8), hi));
+}
+
+void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                std::ptrdiff_t step, std::uint32_t* out) {
+  // 257 rows of 255 still fit the 16-bit lanes.
+  constexpr std::int32_t kRowBlock = 257;
+  std::int32_t x = 0;
+  for (; x + 64 <= width; x += 64) {
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
+      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
+      __m256i a0 = _mm256_setzero_si256(), a1 = a0, a2 = a0, a3 = a0;
+      const std::uint8_t* p = line + y0 * step + x;
+      for (std::int32_t y = y0; y < y1; ++y, p += step) {
+        a0 = _mm256_add_epi16(a0, Widen(p));
+        a1 = _mm256_add_epi16(a1, Widen(p + 16));
+        a2 = _mm256_add_epi16(a2, Widen(p + 32));
+        a3 = _mm256_add_epi16(a3, Widen(p + 48));
+      }
+      FlushWords(a0, out + x);
+      FlushWords(a1, out + x + 16);
+      FlushWords(a2, out + x + 32);
+      FlushWords(a3, out + x + 48);
+    }
+  }
+  for (; x + 16 <= width; x += 16) {
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
+      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
+      __m256i a = _mm256_setzero_si256();
+      const std::uint8_t* p = line + y0 * step + x;
+      for (std::int32_t y = y0; y < y1; ++y, p += step) a = _mm256_add_epi16(a, Widen(p));
+      FlushWords(a, out + x);
+    }
+  }
+  if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
+}
+
+std::uint32_t SumLanes(__m256i v) {
+  __m128i s = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+  s = _mm_add_epi32(s, _mm_srli_si128(s, 8));
+  s = _mm_add_epi32(s, _mm_srli_si128(s, 4));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(s));
+}
+
+void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+              std::uint32_t* low, std::uint32_t* high) {
+  // pmaddubsw adds byte pairs into 16-bit lanes: even lanes hold bytes 0+1 of a group,
+  // odd lanes bytes 2+3. A lane gains at most 510 a step: 128 steps before a flush.
+  const __m256i ones = _mm256_set1_epi8(1);
+  const __m256i mask = _mm256_set1_epi32(0xFFFF);
+  for (std::int32_t y = 0; y < rows; ++y, p += step) {
+    __m256i lo = _mm256_setzero_si256(), hi = lo;
+    std::int32_t i = 0;
+    while (i + 32 <= n) {
+      const std::int32_t end = Min(n - 31, i + 128 * 32);
+      __m256i acc = _mm256_setzero_si256();
+      for (; i < end; i += 32) acc = _mm256_add_epi16(acc, _mm256_maddubs_epi16(Load(p + i), ones));
+      lo = _mm256_add_epi32(lo, _mm256_and_si256(acc, mask));
+      hi = _mm256_add_epi32(hi, _mm256_srli_epi32(acc, 16));
+    }
+    __m128i l = _mm_add_epi32(_mm256_castsi256_si128(lo), _mm256_extracti128_si256(lo, 1));
+    __m128i h = _mm_add_epi32(_mm256_castsi256_si128(hi), _mm256_extracti128_si256(hi, 1));
+    if (i < n) {  // the last 16 bytes
+      const __m128i pairs = _mm_maddubs_epi16(
+          _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)), _mm256_castsi256_si128(ones));
+      l = _mm_add_epi32(l, _mm_and_si128(pairs, _mm256_castsi256_si128(mask)));
+      h = _mm_add_epi32(h, _mm_srli_epi32(pairs, 16));
+    }
+    const __m128i t = _mm_hadd_epi32(l, h);  // l01 l23 h01 h23
+    const __m128i both = _mm_hadd_epi32(t, t);
+    low[y] = static_cast<std::uint32_t>(_mm_cvtsi128_si32(both));
+    high[y] = static_cast<std::uint32_t>(_mm_extract_epi32(both, 1));
+  }
+}
+
+__m256i AbsDiff(const std::uint32_t* a, const std::uint32_t* b) {
+  // Entries below 2^31: the signed difference does not overflow.
+  return _mm256_abs_epi32(_mm256_sub_epi32(Load(a), Load(b)));
+}
+
+std::uint32_t SadUntil(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
+                       std::uint32_t limit) {
+  std::uint32_t sad = 0;
+  std::int32_t i = 0;
+  for (; i + 32 <= m && sad < limit; i += 32) {
+    const __m256i s0 = _mm256_add_epi32(AbsDiff(a + i, b + i), AbsDiff(a + i + 8, b + i + 8));
+    const __m256i s1 =
+        _mm256_add_epi32(AbsDiff(a + i + 16, b + i + 16), AbsDiff(a + i + 24, b + i + 24));
+    sad += SumLanes(_mm256_add_epi32(s0, s1));
+  }
+  if (sad >= limit || i == m) return sad;
+  __m256i rest = _mm256_setzero_si256();
+  for (; i + 8 <= m; i += 8) rest = _mm256_add_epi32(rest, AbsDiff(a + i, b + i));
+  sad += SumLanes(rest);
+  for (; i < m; ++i) sad += a[i] > b[i] ? a[i] - b[i] : b[i] - a[i];
+  return sad;
+}
+
+// Sixteen pixels of the fade, from the bytes as they are now.
+__m128i Fade16(const std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
+               const std::uint16_t* wf) {
+  const __m256i half = _mm256_set1_epi32(32768);
+  const __m256i sv = Widen(s), fv = Widen(f);
+  const __m256i w1 = Load(ws), w2 = Load(wf);
+  const __m256i l1 = _mm256_mullo_epi16(w1, sv), h1 = _mm256_mulhi_epu16(w1, sv);
+  const __m256i l2 = _mm256_mullo_epi16(w2, fv), h2 = _mm256_mulhi_epu16(w2, fv);
+  // Lanes 0-3 and 8-11 in `lo`, 4-7 and 12-15 in `hi` (unpack works per 128-bit half);
+  // the packs below undo it. Sums stay below 2^25 and shift down to at most 510.
+  const __m256i lo = _mm256_srli_epi32(
+      _mm256_add_epi32(
+          _mm256_add_epi32(_mm256_unpacklo_epi16(l1, h1), _mm256_unpacklo_epi16(l2, h2)), half),
+      16);
+  const __m256i hi = _mm256_srli_epi32(
+      _mm256_add_epi32(
+          _mm256_add_epi32(_mm256_unpackhi_epi16(l1, h1), _mm256_unpackhi_epi16(l2, h2)), half),
+      16);
+  const __m256i words = _mm256_packs_epi32(lo, hi);  // lanes 0-7 | 8-15
+  const __m256i bytes = _mm256_packus_epi16(words, words);
+  return _mm256_castsi256_si128(_mm256_permute4x64_epi64(bytes, 0x08));  // qwords 0, 2
+}
+
+void FadeQ16(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
+             const std::uint16_t* wf, std::int32_t n) {
+  if (n < 16) return Sse2Set()->fade_q16(f, s, ws, wf, n);
+  // The last sixteen are computed first, before the blocks overwrite any of their bytes.
+  const __m128i last = Fade16(f + n - 16, s + n - 16, ws + n - 16, wf + n - 16);
+  for (std::int32_t k = 0; k + 16 < n; k += 16)
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(f + k), Fade16(f + k, s + k, ws + k, wf + k));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(f + n - 16), last);
+}
+
+__m256i Average32(const std::uint8_t* f, const std::uint8_t* s) {
+  // vpavgb rounds up: take back the half where the sum is odd.
+  const __m256i a = Load(f), b = Load(s);
+  return _mm256_sub_epi8(_mm256_avg_epu8(a, b),
+                         _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_set1_epi8(1)));
+}
+
+void Average(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
+  if (n < 32) return Sse2Set()->average(f, s, n);
+  const __m256i last = Average32(f + n - 32, s + n - 32);  // before any store
+  for (std::int32_t k = 0; k + 32 < n; k += 32) Store(f + k, Average32(f + k, s + k));
+  Store(f + n - 32, last);
+}
+
+void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
+  auto swap = [](__m256i v) {
+    return _mm256_or_si256(_mm256_slli_epi16(v, 8), _mm256_srli_epi16(v, 8));
+  };
+  if (pairs < 16) return Sse2Set()->swap_pairs(dst, src, pairs);
+  const __m256i last = swap(Load(src + 2 * pairs - 32));  // before any store
+  for (std::int64_t i = 0; i + 16 < pairs; i += 16) Store(dst + 2 * i, swap(Load(src + 2 * i)));
+  Store(dst + 2 * pairs - 32, last);
+}
+
+constexpr KernelSet kAvx2{"avx2", ColumnSums, LaneSums, SadUntil, FadeQ16, Average, SwapPairs};
+
+}  // namespace
+
+const KernelSet* Avx2Set() {
+  static const bool supported = __builtin_cpu_supports("avx2");
+  return supported ? &kAvx2 : nullptr;
+}
+
+}  // namespace lumivex::kernels
+
+#else
+
+namespace lumivex::kernels {
+const KernelSet* Avx2Set() {
+  return nullptr;
+}
+}  // namespace lumivex::kernels
+
+#endif

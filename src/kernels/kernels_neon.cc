@@ -1,0 +1,173 @@
+// NEON kernels (32-bit ARM with NEON, as armeabi-v7a, and AArch64): chosen at compile
+// time, as every core such a build runs on has NEON.
+#include "src/kernels/kernels.h"
+
+#if defined(__ARM_NEON)
+#include <arm_neon.h>
+
+namespace lumivex::kernels {
+namespace {
+
+// No standard-library templates here: an out-of-line copy built with this file's flags
+// could be the one the linker keeps for the whole library.
+constexpr std::int32_t Min(std::int32_t a, std::int32_t b) {
+  return a < b ? a : b;
+}
+
+// Adds eight 16-bit lanes into out[0..8) as 32-bit sums.
+void FlushWords(uint16x8_t acc, std::uint32_t* out) {
+  vst1q_u32(out, vaddw_u16(vld1q_u32(out), vget_low_u16(acc)));
+  vst1q_u32(out + 4, vaddw_u16(vld1q_u32(out + 4), vget_high_u16(acc)));
+}
+
+void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                std::ptrdiff_t step, std::uint32_t* out) {
+  // 257 rows of 255 still fit the 16-bit lanes.
+  constexpr std::int32_t kRowBlock = 257;
+  std::int32_t x = 0;
+  for (; x + 32 <= width; x += 32) {
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
+      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
+      uint16x8_t a0 = vdupq_n_u16(0), a1 = a0, a2 = a0, a3 = a0;
+      const std::uint8_t* p = line + y0 * step + x;
+      for (std::int32_t y = y0; y < y1; ++y, p += step) {
+        const uint8x16_t v0 = vld1q_u8(p), v1 = vld1q_u8(p + 16);
+        a0 = vaddw_u8(a0, vget_low_u8(v0));
+        a1 = vaddw_u8(a1, vget_high_u8(v0));
+        a2 = vaddw_u8(a2, vget_low_u8(v1));
+        a3 = vaddw_u8(a3, vget_high_u8(v1));
+      }
+      FlushWords(a0, out + x);
+      FlushWords(a1, out + x + 8);
+      FlushWords(a2, out + x + 16);
+      FlushWords(a3, out + x + 24);
+    }
+  }
+  for (; x + 8 <= width; x += 8) {
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
+      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
+      uint16x8_t a = vdupq_n_u16(0);
+      const std::uint8_t* p = line + y0 * step + x;
+      for (std::int32_t y = y0; y < y1; ++y, p += step) a = vaddw_u8(a, vld1_u8(p));
+      FlushWords(a, out + x);
+    }
+  }
+  if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
+}
+
+std::uint32_t SumLanes(uint32x4_t v) {
+  const uint32x2_t s = vadd_u32(vget_low_u32(v), vget_high_u32(v));
+  return vget_lane_u32(vpadd_u32(s, s), 0);
+}
+
+void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+              std::uint32_t* low, std::uint32_t* high) {
+  // Pairwise adds put bytes 0+1 of each group in the even 16-bit lanes and 2+3 in the
+  // odd ones; a lane gains at most 510 a step: 128 steps before a flush.
+  const uint32x4_t mask = vdupq_n_u32(0xFFFF);
+  for (std::int32_t y = 0; y < rows; ++y, p += step) {
+    uint32x4_t lo = vdupq_n_u32(0), hi = lo;
+    for (std::int32_t i = 0; i < n;) {
+      const std::int32_t end = Min(n, i + 128 * 16);
+      uint16x8_t acc = vdupq_n_u16(0);
+      for (; i < end; i += 16) acc = vpadalq_u8(acc, vld1q_u8(p + i));
+      const uint32x4_t words = vreinterpretq_u32_u16(acc);
+      lo = vaddq_u32(lo, vandq_u32(words, mask));
+      hi = vaddq_u32(hi, vshrq_n_u32(words, 16));
+    }
+    low[y] = SumLanes(lo);
+    high[y] = SumLanes(hi);
+  }
+}
+
+std::uint32_t SadUntil(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
+                       std::uint32_t limit) {
+  std::uint32_t sad = 0;
+  std::int32_t i = 0;
+  for (; i + 32 <= m && sad < limit; i += 32) {
+    uint32x4_t s0 = vabdq_u32(vld1q_u32(a + i), vld1q_u32(b + i));
+    uint32x4_t s1 = vabdq_u32(vld1q_u32(a + i + 4), vld1q_u32(b + i + 4));
+    for (std::int32_t k = 8; k < 32; k += 8) {
+      s0 = vabaq_u32(s0, vld1q_u32(a + i + k), vld1q_u32(b + i + k));
+      s1 = vabaq_u32(s1, vld1q_u32(a + i + k + 4), vld1q_u32(b + i + k + 4));
+    }
+    sad += SumLanes(vaddq_u32(s0, s1));
+  }
+  if (sad >= limit || i == m) return sad;
+  uint32x4_t rest = vdupq_n_u32(0);
+  for (; i + 4 <= m; i += 4) rest = vabaq_u32(rest, vld1q_u32(a + i), vld1q_u32(b + i));
+  sad += SumLanes(rest);
+  for (; i < m; ++i) sad += a[i] > b[i] ? a[i] - b[i] : b[i] - a[i];
+  return sad;
+}
+
+// Eight pixels: (ws * s + wf * f + 32768) >> 16, saturated to a byte. The sums stay below
+// 2^25, and the rounding shift adds the 32768.
+uint8x8_t Fade8(uint8x8_t s, uint8x8_t f, uint16x8_t ws, uint16x8_t wf) {
+  const uint16x8_t s16 = vmovl_u8(s), f16 = vmovl_u8(f);
+  uint32x4_t lo = vmull_u16(vget_low_u16(ws), vget_low_u16(s16));
+  uint32x4_t hi = vmull_u16(vget_high_u16(ws), vget_high_u16(s16));
+  lo = vmlal_u16(lo, vget_low_u16(wf), vget_low_u16(f16));
+  hi = vmlal_u16(hi, vget_high_u16(wf), vget_high_u16(f16));
+  return vqmovn_u16(vcombine_u16(vrshrn_n_u32(lo, 16), vrshrn_n_u32(hi, 16)));
+}
+
+void FadeQ16(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
+             const std::uint16_t* wf, std::int32_t n) {
+  if (n < 8) return Reference().fade_q16(f, s, ws, wf, n);
+  auto fade = [&](std::int32_t k) {
+    return Fade8(vld1_u8(s + k), vld1_u8(f + k), vld1q_u16(ws + k), vld1q_u16(wf + k));
+  };
+  const uint8x8_t last = fade(n - 8);  // before the blocks overwrite any of its bytes
+  for (std::int32_t k = 0; k + 8 < n; k += 8) vst1_u8(f + k, fade(k));
+  vst1_u8(f + n - 8, last);
+}
+
+void Average(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
+  if (n < 8) return Reference().average(f, s, n);
+  if (n < 16) {
+    const uint8x8_t last = vhadd_u8(vld1_u8(f + n - 8), vld1_u8(s + n - 8));
+    vst1_u8(f, vhadd_u8(vld1_u8(f), vld1_u8(s)));
+    vst1_u8(f + n - 8, last);
+    return;
+  }
+  const uint8x16_t last = vhaddq_u8(vld1q_u8(f + n - 16), vld1q_u8(s + n - 16));
+  for (std::int32_t k = 0; k + 16 < n; k += 16)
+    vst1q_u8(f + k, vhaddq_u8(vld1q_u8(f + k), vld1q_u8(s + k)));
+  vst1q_u8(f + n - 16, last);
+}
+
+void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
+  if (pairs < 4) return Reference().swap_pairs(dst, src, pairs);
+  if (pairs < 8) {  // two overlapping halves
+    const uint8x8_t a = vrev16_u8(vld1_u8(src));
+    const uint8x8_t b = vrev16_u8(vld1_u8(src + 2 * pairs - 8));
+    vst1_u8(dst, a);
+    vst1_u8(dst + 2 * pairs - 8, b);
+    return;
+  }
+  const uint8x16_t last = vrev16q_u8(vld1q_u8(src + 2 * pairs - 16));  // before any store
+  for (std::int64_t i = 0; i + 8 < pairs; i += 8)
+    vst1q_u8(dst + 2 * i, vrev16q_u8(vld1q_u8(src + 2 * i)));
+  vst1q_u8(dst + 2 * pairs - 16, last);
+}
+
+constexpr KernelSet kNeon{"neon", ColumnSums, LaneSums, SadUntil, FadeQ16, Average, SwapPairs};
+
+}  // namespace
+
+const KernelSet* NeonSet() {
+  return &kNeon;
+}
+
+}  // namespace lumivex::kernels
+
+#else
+
+namespace lumivex::kernels {
+const KernelSet* NeonSet() {
+  return nullptr;
+}
+}  // namespace lumivex::kernels
+
+#endif

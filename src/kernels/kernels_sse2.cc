@@ -1,0 +1,207 @@
+// SSE2 kernels: the x86-64 baseline, so every x86 machine has them.
+#include "src/kernels/kernels.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+
+namespace lumivex::kernels {
+namespace {
+
+// No standard-library templates here: an out-of-line copy built with this file's flags
+// could be the one the linker keeps for the whole library.
+constexpr std::int32_t Min(std::int32_t a, std::int32_t b) {
+  return a < b ? a : b;
+}
+
+__m128i Load(const void* p) {
+  return _mm_loadu_si128(static_cast<const __m128i*>(p));
+}
+void Store(void* p, __m128i v) {
+  _mm_storeu_si128(static_cast<__m128i*>(p), v);
+}
+
+// Adds eight 16-bit lanes into out[0..8) as 32-bit sums.
+void FlushWords(__m128i acc, std::uint32_t* out) {
+  const __m128i zero = _mm_setzero_si128();
+  Store(out, _mm_add_epi32(Load(out), _mm_unpacklo_epi16(acc, zero)));
+  Store(out + 4, _mm_add_epi32(Load(out + 4), _mm_unpackhi_epi16(acc, zero)));
+}
+
+void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
+                std::ptrdiff_t step, std::uint32_t* out) {
+  // 257 rows of 255 still fit the 16-bit lanes.
+  constexpr std::int32_t kRowBlock = 257;
+  const __m128i zero = _mm_setzero_si128();
+  std::int32_t x = 0;
+  for (; x + 32 <= width; x += 32) {
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
+      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
+      __m128i a0 = zero, a1 = zero, a2 = zero, a3 = zero;
+      const std::uint8_t* p = line + y0 * step + x;
+      for (std::int32_t y = y0; y < y1; ++y, p += step) {
+        const __m128i v0 = Load(p), v1 = Load(p + 16);
+        a0 = _mm_add_epi16(a0, _mm_unpacklo_epi8(v0, zero));
+        a1 = _mm_add_epi16(a1, _mm_unpackhi_epi8(v0, zero));
+        a2 = _mm_add_epi16(a2, _mm_unpacklo_epi8(v1, zero));
+        a3 = _mm_add_epi16(a3, _mm_unpackhi_epi8(v1, zero));
+      }
+      FlushWords(a0, out + x);
+      FlushWords(a1, out + x + 8);
+      FlushWords(a2, out + x + 16);
+      FlushWords(a3, out + x + 24);
+    }
+  }
+  for (; x + 16 <= width; x += 16) {
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
+      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
+      __m128i a0 = zero, a1 = zero;
+      const std::uint8_t* p = line + y0 * step + x;
+      for (std::int32_t y = y0; y < y1; ++y, p += step) {
+        const __m128i v = Load(p);
+        a0 = _mm_add_epi16(a0, _mm_unpacklo_epi8(v, zero));
+        a1 = _mm_add_epi16(a1, _mm_unpackhi_epi8(v, zero));
+      }
+      FlushWords(a0, out + x);
+      FlushWords(a1, out + x + 8);
+    }
+  }
+  if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
+}
+
+std::uint32_t Sum64(__m128i v) {
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(v) + _mm_cvtsi128_si32(_mm_srli_si128(v, 8)));
+}
+
+void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+              std::uint32_t* low, std::uint32_t* high) {
+  // Bytes 0 and 1 of each 4-byte group; psadbw adds each half's bytes into 64 bits.
+  const __m128i mask = _mm_set1_epi32(0xFFFF);
+  const __m128i zero = _mm_setzero_si128();
+  for (std::int32_t y = 0; y < rows; ++y, p += step) {
+    __m128i lo = zero, all = zero;
+    for (std::int32_t i = 0; i < n; i += 16) {
+      const __m128i v = Load(p + i);
+      lo = _mm_add_epi64(lo, _mm_sad_epu8(_mm_and_si128(v, mask), zero));
+      all = _mm_add_epi64(all, _mm_sad_epu8(v, zero));
+    }
+    const std::uint32_t l = Sum64(lo);
+    low[y] = l;
+    high[y] = Sum64(all) - l;
+  }
+}
+
+std::uint32_t SumWords(__m128i v) {
+  v = _mm_add_epi32(v, _mm_srli_si128(v, 8));
+  v = _mm_add_epi32(v, _mm_srli_si128(v, 4));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(v));
+}
+
+// |a - b| of entries below 2^31: the signed difference does not overflow.
+__m128i AbsDiff(__m128i a, __m128i b) {
+  const __m128i d = _mm_sub_epi32(a, b);
+  const __m128i sign = _mm_srai_epi32(d, 31);
+  return _mm_sub_epi32(_mm_xor_si128(d, sign), sign);
+}
+
+std::uint32_t SadUntil(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
+                       std::uint32_t limit) {
+  std::uint32_t sad = 0;
+  std::int32_t i = 0;
+  for (; i + 32 <= m && sad < limit; i += 32) {
+    __m128i s0 = AbsDiff(Load(a + i), Load(b + i));
+    __m128i s1 = AbsDiff(Load(a + i + 4), Load(b + i + 4));
+    for (std::int32_t k = 8; k < 32; k += 8) {
+      s0 = _mm_add_epi32(s0, AbsDiff(Load(a + i + k), Load(b + i + k)));
+      s1 = _mm_add_epi32(s1, AbsDiff(Load(a + i + k + 4), Load(b + i + k + 4)));
+    }
+    sad += SumWords(_mm_add_epi32(s0, s1));
+  }
+  if (sad >= limit || i == m) return sad;
+  __m128i rest = _mm_setzero_si128();
+  for (; i + 4 <= m; i += 4) rest = _mm_add_epi32(rest, AbsDiff(Load(a + i), Load(b + i)));
+  sad += SumWords(rest);
+  for (; i < m; ++i) sad += a[i] > b[i] ? a[i] - b[i] : b[i] - a[i];
+  return sad;
+}
+
+// 32-bit products of 16-bit weights and 16-bit pixels, low four and high four.
+void Products(__m128i w, __m128i px, __m128i* lo, __m128i* hi) {
+  const __m128i l = _mm_mullo_epi16(w, px), h = _mm_mulhi_epu16(w, px);
+  *lo = _mm_unpacklo_epi16(l, h);
+  *hi = _mm_unpackhi_epi16(l, h);
+}
+
+// Eight pixels of the fade, from the bytes as they are now.
+__m128i Fade8(const std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
+              const std::uint16_t* wf) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i half = _mm_set1_epi32(32768);
+  const __m128i sv = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(s)), zero);
+  const __m128i fv = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(f)), zero);
+  __m128i s_lo, s_hi, f_lo, f_hi;
+  Products(Load(ws), sv, &s_lo, &s_hi);
+  Products(Load(wf), fv, &f_lo, &f_hi);
+  // At most 2 * 65535 * 255 + 32768 < 2^25; the shift leaves at most 510.
+  const __m128i lo = _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(s_lo, f_lo), half), 16);
+  const __m128i hi = _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(s_hi, f_hi), half), 16);
+  const __m128i words = _mm_packs_epi32(lo, hi);
+  return _mm_packus_epi16(words, words);
+}
+
+void FadeQ16(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
+             const std::uint16_t* wf, std::int32_t n) {
+  if (n < 8) return Reference().fade_q16(f, s, ws, wf, n);
+  // The last eight are computed first, before the blocks overwrite any of their bytes.
+  const __m128i last = Fade8(f + n - 8, s + n - 8, ws + n - 8, wf + n - 8);
+  for (std::int32_t k = 0; k + 8 < n; k += 8)
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(f + k), Fade8(f + k, s + k, ws + k, wf + k));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(f + n - 8), last);
+}
+
+__m128i Average16(const std::uint8_t* f, const std::uint8_t* s) {
+  // pavgb rounds up: take back the half where the sum is odd.
+  const __m128i a = Load(f), b = Load(s);
+  return _mm_sub_epi8(_mm_avg_epu8(a, b), _mm_and_si128(_mm_xor_si128(a, b), _mm_set1_epi8(1)));
+}
+
+void Average(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
+  if (n < 16) return Reference().average(f, s, n);
+  const __m128i last = Average16(f + n - 16, s + n - 16);  // before any store
+  for (std::int32_t k = 0; k + 16 < n; k += 16) Store(f + k, Average16(f + k, s + k));
+  Store(f + n - 16, last);
+}
+
+void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
+  auto swap = [](__m128i v) { return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8)); };
+  if (pairs < 4) return Reference().swap_pairs(dst, src, pairs);
+  if (pairs < 8) {  // two overlapping halves
+    const __m128i a = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src));
+    const __m128i b = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src + 2 * pairs - 8));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), swap(a));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + 2 * pairs - 8), swap(b));
+    return;
+  }
+  const __m128i last = swap(Load(src + 2 * pairs - 16));  // before any store
+  for (std::int64_t i = 0; i + 8 < pairs; i += 8) Store(dst + 2 * i, swap(Load(src + 2 * i)));
+  Store(dst + 2 * pairs - 16, last);
+}
+
+constexpr KernelSet kSse2{"sse2", ColumnSums, LaneSums, SadUntil, FadeQ16, Average, SwapPairs};
+
+}  // namespace
+
+const KernelSet* Sse2Set() {
+  return &kSse2;
+}
+
+}  // namespace lumivex::kernels
+
+#else
+
+namespace lumivex::kernels {
+const KernelSet* Sse2Set() {
+  return nullptr;
+}
+}  // namespace lumivex::kernels
+
+#endif
