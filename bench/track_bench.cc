@@ -66,7 +66,7 @@ BENCHMARK(BM_Projection<ZMOSHoriProjectSingle_PBM, false>)->Name("BM_HoriProject
 BENCHMARK(BM_Projection<ZMOSHoriProjectSingleInterval_PBM, false>)->Name("BM_HoriProjectInterval");
 BENCHMARK(BM_Projection<ZMOSVertProjectSingle_PBM, true>)->Name("BM_VertProject");
 
-// The word kernel the blocked one replaces on the projections' hot path.
+// The word kernel the vector ones replace on the projections' hot path.
 void BM_HoriProjectWordKernel(benchmark::State& state) {
   const Plane& p = Frame();
   std::vector<std::uint32_t> out(kW);

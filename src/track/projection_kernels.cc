@@ -164,12 +164,37 @@ void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t ro
     for (std::int32_t j = 0; j < count; ++j) {
       const std::uint8_t* r = first + j * step;
       const std::uint8_t* a = r + lead;
+      // At most three bytes before the groups, three words and three bytes after them.
       std::uint32_t sum = 0;
-      for (std::int32_t i = 0; i < lead; ++i) sum += r[i];
+      switch (lead) {
+        case 3:
+          sum += r[2];
+          [[fallthrough]];
+        case 2:
+          sum += r[1];
+          [[fallthrough]];
+        case 1:
+          sum += r[0];
+          break;
+        default:
+          break;
+      }
       std::uint32_t tail_low = 0, tail_high = 0;
-      for (std::int32_t i = grouped; i < bytes; i += 4) {
-        tail_low += a[i] + a[i + 1];
-        tail_high += a[i + 2] + a[i + 3];
+      switch ((bytes - grouped) >> 2) {
+        case 3:
+          tail_low += a[grouped + 8] + a[grouped + 9];
+          tail_high += a[grouped + 10] + a[grouped + 11];
+          [[fallthrough]];
+        case 2:
+          tail_low += a[grouped + 4] + a[grouped + 5];
+          tail_high += a[grouped + 6] + a[grouped + 7];
+          [[fallthrough]];
+        case 1:
+          tail_low += a[grouped] + a[grouped + 1];
+          tail_high += a[grouped + 2] + a[grouped + 3];
+          break;
+        default:
+          break;
       }
       // From 256 bytes of words on, the 16-byte groups are folded on their own.
       if (bytes >= 256) {
@@ -177,7 +202,19 @@ void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t ro
       } else {
         sum += Fold(low[j] + tail_low + ((high[j] + tail_high) << 16));
       }
-      for (std::int32_t i = bytes; i < m; ++i) sum += a[i];
+      switch (m - bytes) {
+        case 3:
+          sum += a[bytes + 2];
+          [[fallthrough]];
+        case 2:
+          sum += a[bytes + 1];
+          [[fallthrough]];
+        case 1:
+          sum += a[bytes];
+          break;
+        default:
+          break;
+      }
       out[y0 + j] = sum;
     }
   }
