@@ -65,7 +65,7 @@ constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef, SadUntil
                                FadeQ16Ref,  AverageRef,    SwapPairsRef};
 
 // The vector kernels read pixels as little-endian lanes.
-bool LittleEndian() {
+[[maybe_unused]] bool LittleEndian() {
   return track::NativeByteOrder() == track::ByteOrder::kLittle;
 }
 
