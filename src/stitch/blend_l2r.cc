@@ -11,7 +11,7 @@ namespace lumivex::stitch {
 namespace {
 
 // Runs shorter than this are blended pixel by pixel.
-constexpr std::int64_t kMinVectorRun = 16;
+constexpr std::int64_t kMinVectorRun = 8;
 
 // One row of the luminance blend over columns [0, w_row) (the overlap's width); only the
 // first `s_cols` columns exist in the second image, the rest of the row keeps the first.
