@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -159,9 +160,7 @@ TEST_P(Kernels, FadeAndAverage) {
   for (int trial = 0; trial < 300; ++trial) {
     const int n = rng.Range(0, 700);
     Guarded s(n), ws(2 * static_cast<std::size_t>(n)), wf(2 * static_cast<std::size_t>(n));
-    std::vector<std::uint8_t> first(n);
     Fill(s.bytes(), n, rng, trial);
-    Fill(first.data(), n, rng, trial + 1);
     for (int k = 0; k < n; ++k) {
       // Complementary weights as the blend table has, or any 16-bit pair (the sum then
       // passes 255 and saturates).
@@ -172,8 +171,8 @@ TEST_P(Kernels, FadeAndAverage) {
     }
     // The row being blended into ends at the page too.
     Guarded want(n), got(n);
-    std::memcpy(want.bytes(), first.data(), n);
-    std::memcpy(got.bytes(), first.data(), n);
+    Fill(want.bytes(), n, rng, trial + 1);
+    std::copy(want.bytes(), want.bytes() + n, got.bytes());
     ref().fade_q16(want.bytes(), s.bytes(), ws.as<std::uint16_t>(), wf.as<std::uint16_t>(), n);
     fast().fade_q16(got.bytes(), s.bytes(), ws.as<std::uint16_t>(), wf.as<std::uint16_t>(), n);
     ASSERT_EQ(std::memcmp(got.bytes(), want.bytes(), n), 0) << "fade " << n;
