@@ -28,9 +28,8 @@ void BlendRowAlongSeam(std::uint8_t* f, const std::uint8_t* s, std::int32_t w_ro
   w_row =
       static_cast<std::int32_t>(std::min<std::int64_t>(w_row, std::max<std::int64_t>(s_cols, 0)));
   const std::int64_t hi = std::min<std::int64_t>(start + n, w_row);
-  // Bands narrower than a vector stay in the loop below: a call costs more than they do.
-  const bool vector = hi - lo >= kMinVectorRun && (averaged || (fade != nullptr && fade->ok));
-  if (vector) {
+  // Bands narrower than a vector stay per pixel: a call costs more than they do.
+  if (hi - lo >= kMinVectorRun && (averaged || (fade != nullptr && fade->ok))) {
     const kernels::KernelSet& kern = kernels::Active();
     const auto count = static_cast<std::int32_t>(hi - lo);
     const std::int64_t k0 = lo - start;
@@ -41,15 +40,16 @@ void BlendRowAlongSeam(std::uint8_t* f, const std::uint8_t* s, std::int32_t w_ro
     } else {
       kern.fade_q16(f + lo, s + lo, fade->down + k0, fade->up + k0, count);
     }
-  }
-  for (std::int64_t c = lo; c < hi && !vector; ++c) {
-    const std::int64_t k = c - start;
-    if (averaged) {
-      f[c] = static_cast<std::uint8_t>((f[c] + s[c]) >> 1);
-    } else if (side == 0) {
-      f[c] = Rule(t[k], s[c], t[w - 1 - k], f[c]);
-    } else {
-      f[c] = Rule(t[k], f[c], t[w - 1 - k], s[c]);
+  } else {
+    for (std::int64_t c = lo; c < hi; ++c) {
+      const std::int64_t k = c - start;
+      if (averaged) {
+        f[c] = static_cast<std::uint8_t>((f[c] + s[c]) >> 1);
+      } else if (side == 0) {
+        f[c] = Rule(t[k], s[c], t[w - 1 - k], f[c]);
+      } else {
+        f[c] = Rule(t[k], f[c], t[w - 1 - k], s[c]);
+      }
     }
   }
   // The second image's side of the band is copied from it.
