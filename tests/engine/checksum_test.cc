@@ -114,10 +114,7 @@ std::uint64_t RunSweep(const ColourPlanes& scene, const Sweep& s, ZMOSIMAGE* res
 
 TEST(PanoramaChecksums, ExactOutputOfDeterministicSweeps) {
   const ColourPlanes* photo = lumivex::test::ColourPhoto();
-  if (photo == nullptr) {
-    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-    GTEST_SKIP();
-  }
+  LUMIVEX_REQUIRE_PHOTO(photo == nullptr);
   // Vertical sweeps run over the photograph turned on its side, so that they travel
   // through the textured land rather than up into the sky.
   const ColourPlanes& turned = *lumivex::test::TurnedColourPhoto();

@@ -180,10 +180,7 @@ class EngineCapture : public testing::Test {
   void SetUp() override {
     colour_ = lumivex::test::ColourPhoto();
     grey_ = lumivex::test::Photo();
-    if (colour_ == nullptr || grey_ == nullptr) {
-      if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-      GTEST_SKIP();
-    }
+    LUMIVEX_REQUIRE_PHOTO(colour_ == nullptr || grey_ == nullptr);
   }
   const ColourPlanes* colour_ = nullptr;
   const Plane8* grey_ = nullptr;

@@ -119,10 +119,7 @@ bool IsWindowOf(const ZMOSIMAGE& pano, const Plane8& scene, int cross0, bool hor
 // cross travel, and the panorama is the photograph again, in every direction.
 TEST(Profile, SmallStepsGiveThePhotographBack) {
   const ColourPlanes* photo = lumivex::test::ColourPhoto();
-  if (photo == nullptr) {
-    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-    GTEST_SKIP();
-  }
+  LUMIVEX_REQUIRE_PHOTO(photo == nullptr);
   const ColourPlanes& turned = *lumivex::test::TurnedColourPhoto();
   int exact_wrong = 0;
   for (int direction = 0; direction < 4; ++direction) {
@@ -184,10 +181,7 @@ TEST(Profile, DetectionLooksAtTheVerticalBandBeforeGivingUp) {
 // it.
 TEST(Profile, OddSeamsKeepChromaInPhase) {
   const Plane8* luma = lumivex::test::Photo();
-  if (luma == nullptr) {
-    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-    GTEST_SKIP();
-  }
+  LUMIVEX_REQUIRE_PHOTO(luma == nullptr);
   Plane8 u{luma->width, luma->height, std::vector<std::uint8_t>(luma->pixels.size(), 100)};
   Plane8 v{luma->width, luma->height, std::vector<std::uint8_t>(luma->pixels.size(), 160)};
   const ColourPlanes scene{*luma, u, v};

@@ -85,10 +85,7 @@ Outcome Capture(const Plane8& scene, const Sweep& c, std::int32_t size) {
 // profile never hands out such a panorama, it answers 4.
 TEST(WorkBufferSize, IsExactlyWhatACaptureNeedsInEveryDirection) {
   const Plane8* photo = lumivex::test::Photo();
-  if (photo == nullptr) {
-    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-    GTEST_SKIP();
-  }
+  LUMIVEX_REQUIRE_PHOTO(photo == nullptr);
   // Vertical sweeps run down the photograph turned on its side; both stay in the land.
   const Plane8 turned = lumivex::test::Transposed(*photo);
   const struct { int w, h; } sizes[] = {{320, 240}, {240, 320}};

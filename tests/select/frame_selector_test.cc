@@ -51,10 +51,7 @@ class FrameSelector : public testing::Test {
  protected:
   void SetUp() override {
     photo_ = test::Photo();
-    if (photo_ == nullptr) {
-      if (test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-      GTEST_SKIP();
-    }
+    LUMIVEX_REQUIRE_PHOTO(photo_ == nullptr);
   }
   const test::Plane8* photo_ = nullptr;
 };

@@ -121,10 +121,7 @@ TEST(DirectStitcher, RejectsWrongSignsLongStripsAndNullHandles) {
 // photograph, luminance exactly, chroma within the resampling of each frame's grid.
 TEST(DirectStitcher, SweepsRebuildThePhotograph) {
   const test::ColourPlanes* photo = test::ColourPhoto();
-  if (photo == nullptr) {
-    if (test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-    GTEST_SKIP();
-  }
+  LUMIVEX_REQUIRE_PHOTO(photo == nullptr);
   for (int direction = 0; direction < 4; ++direction) {
     SCOPED_TRACE(testing::Message() << "direction " << direction);
     const bool horizontal = direction < 2, forward = direction % 2 == 0;

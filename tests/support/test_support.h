@@ -104,6 +104,16 @@ const Plane8* Photo();
 // the build rather than a reason to skip.
 bool PhotoExpected();
 
+// Ends the current test when `missing` holds: a skip where the photograph may be absent,
+// a failure where the build said it would be there.
+#define LUMIVEX_REQUIRE_PHOTO(missing)                                                          \
+  do {                                                                                          \
+    if (missing) {                                                                              \
+      if (::lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing"; \
+      GTEST_SKIP();                                                                             \
+    }                                                                                           \
+  } while (0)
+
 // The test photograph at half size (2500 x 1250) in full-resolution Y, U and V planes
 // (BT.601, full range), decoded at build time into LUMIVEX_PHOTO_PPM; null when missing.
 struct ColourPlanes {

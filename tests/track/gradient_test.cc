@@ -65,10 +65,7 @@ TEST(Gradient, IxIyRoundingSchemes) {
 // The gradient tracker recovers known shifts between cuts of the photograph.
 TEST(Gradient, TrackerRecoversShifts) {
   const lumivex::test::Plane8* photo = lumivex::test::Photo();
-  if (photo == nullptr) {
-    if (lumivex::test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-    GTEST_SKIP();
-  }
+  LUMIVEX_REQUIRE_PHOTO(photo == nullptr);
   for (int mode : {0, 1}) {
     for (int d : {-20, -7, 0, 5, 18}) {
       ZMOSVideoTracker* t = nullptr;

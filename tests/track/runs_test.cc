@@ -84,10 +84,7 @@ class TrackerRuns : public testing::Test {
  protected:
   void SetUp() override {
     photo_ = test::Photo();
-    if (photo_ == nullptr) {
-      if (test::PhotoExpected()) FAIL() << "the decoded test photograph is missing";
-      GTEST_SKIP() << "test photograph not available";
-    }
+    LUMIVEX_REQUIRE_PHOTO(photo_ == nullptr);
   }
   const Plane8* photo_ = nullptr;
 };
