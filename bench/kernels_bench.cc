@@ -48,6 +48,18 @@ void LaneSums(benchmark::State& state, const KernelSet* k) {
   state.SetBytesProcessed(state.iterations() * kBand * kH);
 }
 
+void RowSums(benchmark::State& state, const KernelSet* k) {
+  // Rows as narrow as the reference tracker's compensation strips at 640x480 (13) and as
+  // wide as the frame-to-frame tracker's middle band there (213).
+  const int width = static_cast<int>(state.range(0));
+  std::vector<std::uint32_t> out(kH);
+  for (auto _ : state) {
+    k->row_sums(Luma().data() + kW / 3 + 1, kW, kH, width, out.data());
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(state.iterations() * width * kH);
+}
+
 void SadSearch(benchmark::State& state, const KernelSet* k) {
   // Column sums of two frames 37 pixels apart, searched +-W/6.
   std::vector<std::uint32_t> prev(kW), cur(kW);
@@ -81,6 +93,7 @@ void Fade(benchmark::State& state, const KernelSet* k) {
     const std::string set = k->name;
     benchmark::RegisterBenchmark(("BM_ColumnSums/" + set).c_str(), ColumnSums, k);
     benchmark::RegisterBenchmark(("BM_LaneSums/" + set).c_str(), LaneSums, k);
+    benchmark::RegisterBenchmark(("BM_RowSums/" + set).c_str(), RowSums, k)->Arg(13)->Arg(213);
     benchmark::RegisterBenchmark(("BM_SadSearch/" + set).c_str(), SadSearch, k);
     benchmark::RegisterBenchmark(("BM_Fade/" + set).c_str(), Fade, k);
   }

@@ -28,6 +28,15 @@ void LaneSumsRef(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, 
   }
 }
 
+void RowSumsRef(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+                std::uint32_t* out) {
+  for (std::int32_t y = 0; y < rows; ++y, p += step) {
+    std::uint32_t sum = 0;
+    for (std::int32_t i = 0; i < n; ++i) sum += p[i];
+    out[y] = sum;
+  }
+}
+
 std::uint32_t SadUntilRef(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
                           std::uint32_t limit) {
   constexpr std::int32_t kBlock = 32;
@@ -61,8 +70,8 @@ void SwapPairsRef(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs
   }
 }
 
-constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef, SadUntilRef,
-                               FadeQ16Ref,  AverageRef,    SwapPairsRef};
+constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef, RowSumsRef,
+                               SadUntilRef, FadeQ16Ref,    AverageRef,  SwapPairsRef};
 
 // The vector kernels read pixels as little-endian lanes.
 [[maybe_unused]] bool LittleEndian() {

@@ -25,6 +25,11 @@ struct KernelSet {
   void (*lane_sums)(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
                     std::uint32_t* low, std::uint32_t* high);
 
+  // For each of `rows` rows starting `step` bytes apart: the plain sum of the bytes of
+  // [row, row + n), n below 2^24 so that no sum wraps.
+  void (*row_sums)(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+                   std::uint32_t* out);
+
   // Sum of |a[i] - b[i]| over [0, m), stopping at a block boundary once the partial sum
   // reaches `limit` (the partial sum is returned then). Entries are below 2^31 and the
   // whole sum below 2^32, so no order of summation wraps.

@@ -32,37 +32,31 @@ void FlushWords(__m256i acc, std::uint32_t* out) {
   Store(out + 8, _mm256_add_epi32(Load(out + 8), hi));
 }
 
+// Column sums of 16 * kBlocks columns over rows >= 1 rows, added into out. The sums start
+// from the first row rather than from zero: gcc then updates them in place instead of
+// copying every one of them on each row.
+template <int kBlocks>
+void AddColumns(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::uint32_t* out) {
+  __m256i a[kBlocks];
+  for (int k = 0; k < kBlocks; ++k) a[k] = Widen(p + 16 * k);
+  for (std::int32_t y = 1; y < rows; ++y) {
+    p += step;
+    for (int k = 0; k < kBlocks; ++k) a[k] = _mm256_add_epi16(a[k], Widen(p + 16 * k));
+  }
+  for (int k = 0; k < kBlocks; ++k) FlushWords(a[k], out + 16 * k);
+}
+
 void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
                 std::ptrdiff_t step, std::uint32_t* out) {
   // 257 rows of 255 still fit the 16-bit lanes.
   constexpr std::int32_t kRowBlock = 257;
   std::int32_t x = 0;
-  for (; x + 64 <= width; x += 64) {
-    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
-      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
-      __m256i a0 = _mm256_setzero_si256(), a1 = a0, a2 = a0, a3 = a0;
-      const std::uint8_t* p = line + y0 * step + x;
-      for (std::int32_t y = y0; y < y1; ++y, p += step) {
-        a0 = _mm256_add_epi16(a0, Widen(p));
-        a1 = _mm256_add_epi16(a1, Widen(p + 16));
-        a2 = _mm256_add_epi16(a2, Widen(p + 32));
-        a3 = _mm256_add_epi16(a3, Widen(p + 48));
-      }
-      FlushWords(a0, out + x);
-      FlushWords(a1, out + x + 16);
-      FlushWords(a2, out + x + 32);
-      FlushWords(a3, out + x + 48);
-    }
-  }
-  for (; x + 16 <= width; x += 16) {
-    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
-      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
-      __m256i a = _mm256_setzero_si256();
-      const std::uint8_t* p = line + y0 * step + x;
-      for (std::int32_t y = y0; y < y1; ++y, p += step) a = _mm256_add_epi16(a, Widen(p));
-      FlushWords(a, out + x);
-    }
-  }
+  for (; x + 64 <= width; x += 64)
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns<4>(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
+  for (; x + 16 <= width; x += 16)
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns<1>(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
   if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
 }
 
@@ -102,6 +96,56 @@ void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std
     low[y] = static_cast<std::uint32_t>(_mm_cvtsi128_si32(both));
     high[y] = static_cast<std::uint32_t>(_mm_extract_epi32(both, 1));
   }
+}
+
+// Thirty-two zeros then thirty-two ones: the 32 bytes from kTail + r keep the last r
+// bytes of a load; the 16 from kTail + 16 + r and the 8 from kTail + 24 + r likewise.
+constexpr std::uint8_t kTail[64] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+__m128i Load16(const std::uint8_t* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+__m128i Load8(const std::uint8_t* p) {
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+}
+std::uint32_t Sum64(__m128i v) {
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(v) + _mm_cvtsi128_si32(_mm_srli_si128(v, 8)));
+}
+
+// Sum of the bytes of [p, p + n): whole loads, the last one overlapping the one before it
+// with the overlap masked off, so nothing past p + n is read.
+std::uint32_t RowSum(const std::uint8_t* p, std::int32_t n) {
+  if (n < 32) {
+    const __m128i zero = _mm_setzero_si128();
+    if (n >= 16) {
+      const __m128i tail = _mm_and_si128(Load16(p + n - 16), Load16(kTail + 16 + (n - 16)));
+      return Sum64(_mm_add_epi64(_mm_sad_epu8(Load16(p), zero), _mm_sad_epu8(tail, zero)));
+    }
+    if (n >= 8) {
+      const __m128i tail = _mm_and_si128(Load8(p + n - 8), Load8(kTail + 24 + (n - 8)));
+      return Sum64(_mm_sad_epu8(_mm_unpacklo_epi64(Load8(p), tail), zero));
+    }
+    std::uint32_t sum = 0;
+    for (std::int32_t i = 0; i < n; ++i) sum += p[i];
+    return sum;
+  }
+  const __m256i zero = _mm256_setzero_si256();
+  __m256i acc = zero;
+  std::int32_t i = 0;
+  for (; i + 32 <= n; i += 32) acc = _mm256_add_epi64(acc, _mm256_sad_epu8(Load(p + i), zero));
+  if (i < n)
+    acc = _mm256_add_epi64(
+        acc, _mm256_sad_epu8(_mm256_and_si256(Load(p + n - 32), Load(kTail + (n - i))), zero));
+  return Sum64(_mm_add_epi64(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1)));
+}
+
+void RowSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+             std::uint32_t* out) {
+  for (std::int32_t y = 0; y < rows; ++y, p += step) out[y] = RowSum(p, n);
 }
 
 __m256i AbsDiff(const std::uint32_t* a, const std::uint32_t* b) {
@@ -184,7 +228,8 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   Store(dst + 2 * pairs - 32, last);
 }
 
-constexpr KernelSet kAvx2{"avx2", ColumnSums, LaneSums, SadUntil, FadeQ16, Average, SwapPairs};
+constexpr KernelSet kAvx2{"avx2",   ColumnSums, LaneSums, RowSums,
+                          SadUntil, FadeQ16,    Average,  SwapPairs};
 
 }  // namespace
 

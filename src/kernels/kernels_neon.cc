@@ -20,38 +20,56 @@ void FlushWords(uint16x8_t acc, std::uint32_t* out) {
   vst1q_u32(out + 4, vaddw_u16(vld1q_u32(out + 4), vget_high_u16(acc)));
 }
 
+// Column sums of 16 * kBlocks columns over rows >= 1 rows, added into out. The sums start
+// from the first row rather than from zero: gcc then updates them in place instead of
+// copying every one of them on each row.
+template <int kBlocks>
+void AddColumns(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::uint32_t* out) {
+  uint16x8_t lo[kBlocks], hi[kBlocks];
+  for (int k = 0; k < kBlocks; ++k) {
+    const uint8x16_t v = vld1q_u8(p + 16 * k);
+    lo[k] = vmovl_u8(vget_low_u8(v));
+    hi[k] = vmovl_u8(vget_high_u8(v));
+  }
+  for (std::int32_t y = 1; y < rows; ++y) {
+    p += step;
+    for (int k = 0; k < kBlocks; ++k) {
+      const uint8x16_t v = vld1q_u8(p + 16 * k);
+      lo[k] = vaddw_u8(lo[k], vget_low_u8(v));
+      hi[k] = vaddw_u8(hi[k], vget_high_u8(v));
+    }
+  }
+  for (int k = 0; k < kBlocks; ++k) {
+    FlushWords(lo[k], out + 16 * k);
+    FlushWords(hi[k], out + 16 * k + 8);
+  }
+}
+
+// The same for eight columns.
+void AddColumns8(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows,
+                 std::uint32_t* out) {
+  uint16x8_t a = vmovl_u8(vld1_u8(p));
+  for (std::int32_t y = 1; y < rows; ++y) {
+    p += step;
+    a = vaddw_u8(a, vld1_u8(p));
+  }
+  FlushWords(a, out);
+}
+
 void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
                 std::ptrdiff_t step, std::uint32_t* out) {
   // 257 rows of 255 still fit the 16-bit lanes.
   constexpr std::int32_t kRowBlock = 257;
   std::int32_t x = 0;
-  for (; x + 32 <= width; x += 32) {
-    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
-      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
-      uint16x8_t a0 = vdupq_n_u16(0), a1 = a0, a2 = a0, a3 = a0;
-      const std::uint8_t* p = line + y0 * step + x;
-      for (std::int32_t y = y0; y < y1; ++y, p += step) {
-        const uint8x16_t v0 = vld1q_u8(p), v1 = vld1q_u8(p + 16);
-        a0 = vaddw_u8(a0, vget_low_u8(v0));
-        a1 = vaddw_u8(a1, vget_high_u8(v0));
-        a2 = vaddw_u8(a2, vget_low_u8(v1));
-        a3 = vaddw_u8(a3, vget_high_u8(v1));
-      }
-      FlushWords(a0, out + x);
-      FlushWords(a1, out + x + 8);
-      FlushWords(a2, out + x + 16);
-      FlushWords(a3, out + x + 24);
-    }
-  }
-  for (; x + 8 <= width; x += 8) {
-    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
-      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
-      uint16x8_t a = vdupq_n_u16(0);
-      const std::uint8_t* p = line + y0 * step + x;
-      for (std::int32_t y = y0; y < y1; ++y, p += step) a = vaddw_u8(a, vld1_u8(p));
-      FlushWords(a, out + x);
-    }
-  }
+  for (; x + 64 <= width; x += 64)
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns<4>(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
+  for (; x + 16 <= width; x += 16)
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns<1>(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
+  for (; x + 8 <= width; x += 8)
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns8(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
   if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
 }
 
@@ -78,6 +96,48 @@ void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std
     low[y] = SumLanes(lo);
     high[y] = SumLanes(hi);
   }
+}
+
+// Sixteen zeros then sixteen ones: the 16 bytes from kTail + r keep the last r bytes of a
+// load, the 8 bytes from kTail + 8 + r the last r of an 8-byte load.
+constexpr std::uint8_t kTail[32] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+std::uint32_t SumPairs(uint16x4_t v) {
+  const uint64x1_t s = vpaddl_u32(vpaddl_u16(v));
+  return static_cast<std::uint32_t>(vget_lane_u64(s, 0));
+}
+
+// Sum of the bytes of [p, p + n): whole loads, the last one overlapping the one before it
+// with the overlap masked off, so nothing past p + n is read.
+std::uint32_t RowSum(const std::uint8_t* p, std::int32_t n) {
+  if (n < 16) {
+    if (n < 8) {
+      std::uint32_t sum = 0;
+      for (std::int32_t i = 0; i < n; ++i) sum += p[i];
+      return sum;
+    }
+    const uint8x8_t tail = vand_u8(vld1_u8(p + n - 8), vld1_u8(kTail + n));
+    return SumPairs(vpadal_u8(vpaddl_u8(vld1_u8(p)), tail));
+  }
+  // A 16-bit lane gains at most 510 a load: 128 loads before a flush.
+  uint32x4_t wide = vdupq_n_u32(0);
+  std::int32_t i = 0;
+  while (i + 16 <= n) {
+    const std::int32_t end = Min(n - 15, i + 128 * 16);
+    uint16x8_t acc = vdupq_n_u16(0);
+    for (; i < end; i += 16) acc = vpadalq_u8(acc, vld1q_u8(p + i));
+    wide = vpadalq_u16(wide, acc);
+  }
+  if (i < n)
+    wide = vpadalq_u16(wide, vpaddlq_u8(vandq_u8(vld1q_u8(p + n - 16), vld1q_u8(kTail + (n - i)))));
+  return SumLanes(wide);
+}
+
+void RowSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+             std::uint32_t* out) {
+  for (std::int32_t y = 0; y < rows; ++y, p += step) out[y] = RowSum(p, n);
 }
 
 std::uint32_t SadUntil(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
@@ -152,7 +212,8 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   vst1q_u8(dst + 2 * pairs - 16, last);
 }
 
-constexpr KernelSet kNeon{"neon", ColumnSums, LaneSums, SadUntil, FadeQ16, Average, SwapPairs};
+constexpr KernelSet kNeon{"neon",   ColumnSums, LaneSums, RowSums,
+                          SadUntil, FadeQ16,    Average,  SwapPairs};
 
 }  // namespace
 

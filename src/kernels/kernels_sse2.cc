@@ -27,44 +27,43 @@ void FlushWords(__m128i acc, std::uint32_t* out) {
   Store(out + 4, _mm_add_epi32(Load(out + 4), _mm_unpackhi_epi16(acc, zero)));
 }
 
+// Column sums of 16 * kBlocks columns over rows >= 1 rows, added into out. The sums start
+// from the first row rather than from zero: gcc then updates them in place instead of
+// copying every one of them on each row.
+template <int kBlocks>
+void AddColumns(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::uint32_t* out) {
+  const __m128i zero = _mm_setzero_si128();
+  __m128i lo[kBlocks], hi[kBlocks];
+  for (int k = 0; k < kBlocks; ++k) {
+    const __m128i v = Load(p + 16 * k);
+    lo[k] = _mm_unpacklo_epi8(v, zero);
+    hi[k] = _mm_unpackhi_epi8(v, zero);
+  }
+  for (std::int32_t y = 1; y < rows; ++y) {
+    p += step;
+    for (int k = 0; k < kBlocks; ++k) {
+      const __m128i v = Load(p + 16 * k);
+      lo[k] = _mm_add_epi16(lo[k], _mm_unpacklo_epi8(v, zero));
+      hi[k] = _mm_add_epi16(hi[k], _mm_unpackhi_epi8(v, zero));
+    }
+  }
+  for (int k = 0; k < kBlocks; ++k) {
+    FlushWords(lo[k], out + 16 * k);
+    FlushWords(hi[k], out + 16 * k + 8);
+  }
+}
+
 void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
                 std::ptrdiff_t step, std::uint32_t* out) {
   // 257 rows of 255 still fit the 16-bit lanes.
   constexpr std::int32_t kRowBlock = 257;
-  const __m128i zero = _mm_setzero_si128();
   std::int32_t x = 0;
-  for (; x + 32 <= width; x += 32) {
-    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
-      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
-      __m128i a0 = zero, a1 = zero, a2 = zero, a3 = zero;
-      const std::uint8_t* p = line + y0 * step + x;
-      for (std::int32_t y = y0; y < y1; ++y, p += step) {
-        const __m128i v0 = Load(p), v1 = Load(p + 16);
-        a0 = _mm_add_epi16(a0, _mm_unpacklo_epi8(v0, zero));
-        a1 = _mm_add_epi16(a1, _mm_unpackhi_epi8(v0, zero));
-        a2 = _mm_add_epi16(a2, _mm_unpacklo_epi8(v1, zero));
-        a3 = _mm_add_epi16(a3, _mm_unpackhi_epi8(v1, zero));
-      }
-      FlushWords(a0, out + x);
-      FlushWords(a1, out + x + 8);
-      FlushWords(a2, out + x + 16);
-      FlushWords(a3, out + x + 24);
-    }
-  }
-  for (; x + 16 <= width; x += 16) {
-    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock) {
-      const std::int32_t y1 = Min(rows, y0 + kRowBlock);
-      __m128i a0 = zero, a1 = zero;
-      const std::uint8_t* p = line + y0 * step + x;
-      for (std::int32_t y = y0; y < y1; ++y, p += step) {
-        const __m128i v = Load(p);
-        a0 = _mm_add_epi16(a0, _mm_unpacklo_epi8(v, zero));
-        a1 = _mm_add_epi16(a1, _mm_unpackhi_epi8(v, zero));
-      }
-      FlushWords(a0, out + x);
-      FlushWords(a1, out + x + 8);
-    }
-  }
+  for (; x + 32 <= width; x += 32)
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns<2>(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
+  for (; x + 16 <= width; x += 16)
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns<1>(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
   if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
 }
 
@@ -88,6 +87,42 @@ void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std
     low[y] = l;
     high[y] = Sum64(all) - l;
   }
+}
+
+// Sixteen zeros then sixteen ones: the 16 bytes from kTail + r keep the last r bytes of a
+// load, the 8 bytes from kTail + 8 + r the last r of an 8-byte load.
+constexpr std::uint8_t kTail[32] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+// Sum of the bytes of [p, p + n): whole 16-byte loads, the last one overlapping the one
+// before it with the overlap masked off, so nothing past p + n is read.
+std::uint32_t RowSum(const std::uint8_t* p, std::int32_t n) {
+  const __m128i zero = _mm_setzero_si128();
+  if (n < 16) {
+    if (n < 8) {
+      std::uint32_t sum = 0;
+      for (std::int32_t i = 0; i < n; ++i) sum += p[i];
+      return sum;
+    }
+    const __m128i head = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    const __m128i tail =
+        _mm_and_si128(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + n - 8)),
+                      _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kTail + n)));
+    return Sum64(_mm_sad_epu8(_mm_unpacklo_epi64(head, tail), zero));
+  }
+  __m128i acc = zero;
+  std::int32_t i = 0;
+  for (; i + 16 <= n; i += 16) acc = _mm_add_epi64(acc, _mm_sad_epu8(Load(p + i), zero));
+  if (i < n)
+    acc = _mm_add_epi64(acc,
+                        _mm_sad_epu8(_mm_and_si128(Load(p + n - 16), Load(kTail + (n - i))), zero));
+  return Sum64(acc);
+}
+
+void RowSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
+             std::uint32_t* out) {
+  for (std::int32_t y = 0; y < rows; ++y, p += step) out[y] = RowSum(p, n);
 }
 
 std::uint32_t SumWords(__m128i v) {
@@ -186,7 +221,8 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   Store(dst + 2 * pairs - 16, last);
 }
 
-constexpr KernelSet kSse2{"sse2", ColumnSums, LaneSums, SadUntil, FadeQ16, Average, SwapPairs};
+constexpr KernelSet kSse2{"sse2",   ColumnSums, LaneSums, RowSums,
+                          SadUntil, FadeQ16,    Average,  SwapPairs};
 
 }  // namespace
 

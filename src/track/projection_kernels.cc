@@ -144,6 +144,10 @@ std::uint32_t LaneSum(const std::uint8_t* p, std::int32_t words, Lanes lanes) {
 
 void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
                      std::uint32_t* out, const kernels::KernelSet& k) {
+  // A lane gains at most 2 * 255 a word, so up to 128 words neither lane wraps, and the
+  // folds give back the plain sum of the row whatever its alignment.
+  constexpr std::int32_t kUnwrappedBytes = 4 * (0xFFFF / 510) + 3;
+  if (n <= kUnwrappedBytes) return k.row_sums(p, step, rows, n, out);
   const auto misalign = static_cast<std::int32_t>(reinterpret_cast<std::uintptr_t>(p) & 3);
   std::int32_t lead = misalign != 0 ? 4 - misalign : 0;
   if (lead > n) lead = n;

@@ -38,9 +38,9 @@ ColumnSumsFn SelectColumnSums(LumaBytes luma);
 ColumnSumsFn FastColumnSums();
 
 // Sum of n one-byte pixels with 16-bit lanes packed in a 32-bit accumulator. Exact
-// while neither lane passes 65535 (rows up to 514 pixels); beyond that the lanes wrap
-// in a pattern that depends on the row's address alignment, which is kept on purpose.
-// Computed from `k`'s lane sums.
+// while neither lane passes 65535 (rows up to 515 pixels, summed plainly by `k`'s row
+// sums); beyond that the lanes wrap in a pattern that depends on the row's address
+// alignment, which is kept on purpose, and is rebuilt from `k`'s lane sums.
 std::uint32_t RowSumLanes(const std::uint8_t* p, std::int32_t n,
                           const kernels::KernelSet& k = kernels::Active());
 

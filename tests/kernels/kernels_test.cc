@@ -106,6 +106,24 @@ TEST_P(Kernels, LaneSumsAndTheRowSumsBuiltOnThem) {
   }
 }
 
+TEST_P(Kernels, RowSums) {
+  Rng rng(6);
+  for (int trial = 0; trial < 400; ++trial) {
+    // Every width below 40 (each tail case), then wide rows past the 16-bit flushes.
+    const int n = trial < 160      ? trial / 4
+                  : trial % 9 == 0 ? rng.Range(2000, 9000)
+                                   : rng.Range(40, 600);
+    const int rows = rng.Range(1, 30), step = n + rng.Range(0, 40);
+    const std::size_t bytes = static_cast<std::size_t>(step) * (rows - 1) + n;
+    Guarded buf(bytes);
+    Fill(buf.bytes(), bytes, rng, trial);
+    std::vector<std::uint32_t> want(rows), got(rows, 7);
+    ref().row_sums(buf.bytes(), step, rows, n, want.data());
+    fast().row_sums(buf.bytes(), step, rows, n, got.data());
+    ASSERT_EQ(got, want) << n << " x " << rows << " step " << step;
+  }
+}
+
 TEST_P(Kernels, SadStopsOnlyWhereTheReferenceWould) {
   Rng rng(3);
   for (int trial = 0; trial < 600; ++trial) {
