@@ -6,6 +6,7 @@
 // the images.
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "lumivex/image.h"
 #include "src/image/format.h"
@@ -49,8 +50,26 @@ void ForEachRow(const Plane& dst, const Plane& src, Span span, RowFn row) {
   }
 }
 
-void CopyBytes(std::uint8_t* d, const std::uint8_t* s, std::int64_t n, std::int64_t) {
-  MMemCpy(d, s, static_cast<std::int32_t>(n));
+// Plain row copies, without a call through MMemCpy per row; whole rows of two
+// unpadded planes are one run of bytes and go in one call. Kept frames are copied on
+// every few preview frames, so the cost per row counts.
+void CopyRows(const Plane& dst, const Plane& src, Span span) {
+  const std::int64_t bytes =
+      std::min({span.bytes, dst.row_bytes - span.dst_x, src.row_bytes - span.src_x});
+  std::int64_t rows = std::min({span.rows, dst.rows - span.dst_y, src.rows - span.src_y});
+  if (bytes <= 0 || rows <= 0) return;
+  std::uint8_t* d = dst.base + span.dst_y * dst.pitch + span.dst_x;
+  const std::uint8_t* s = src.base + span.src_y * src.pitch + span.src_x;
+  std::int64_t run = bytes;
+  // One run equals the rows copied top to bottom when the destination does not start
+  // after the source (in-place crops move rows toward the start of their plane).
+  if (dst.pitch == bytes && src.pitch == bytes &&
+      reinterpret_cast<std::uintptr_t>(d) <= reinterpret_cast<std::uintptr_t>(s)) {
+    run = bytes * rows;
+    rows = 1;
+  }
+  for (std::int64_t r = 0; r < rows; ++r, d += dst.pitch, s += src.pitch)
+    std::memmove(d, s, static_cast<std::size_t>(run));
 }
 
 struct Region {
@@ -68,8 +87,8 @@ void CopyPlane0(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE& src, con
                 const FormatInfo& info) {
   const int bpp = info.bytes_per_pixel;
   const int copied = std::min(bpp, 3);
-  ForEachRow(PlaneOf(dst, info, 0), PlaneOf(src, info, 0),
-             Span{bpp * d.left, d.top, bpp * s.left, s.top, copied * d.width, d.height}, CopyBytes);
+  CopyRows(PlaneOf(dst, info, 0), PlaneOf(src, info, 0),
+           Span{bpp * d.left, d.top, bpp * s.left, s.top, copied * d.width, d.height});
 }
 
 void CopyChromaPlain(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE& src, const Region& s,
@@ -80,7 +99,7 @@ void CopyChromaPlain(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE& src
                   hw ? s.left / 2 : s.left,    hh ? s.top / 2 : s.top,
                   hw ? d.width >> 1 : d.width, hh ? d.height >> 1 : d.height};
   for (int p = 1; p < info.planes; ++p)
-    ForEachRow(PlaneOf(dst, info, p), PlaneOf(src, info, p), span, CopyBytes);
+    CopyRows(PlaneOf(dst, info, p), PlaneOf(src, info, p), span);
 }
 
 // Planar chroma: a destination that starts on an odd column or row begins at the next
@@ -99,7 +118,7 @@ void CopyChromaPlanarOdd(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE&
     span.rows = d.height / 2;
   }
   for (int p = 1; p < 3; ++p)
-    ForEachRow(PlaneOf(dst, info, p), PlaneOf(src, info, p), span, CopyBytes);
+    CopyRows(PlaneOf(dst, info, p), PlaneOf(src, info, p), span);
 }
 
 // Interleaved chroma: byte pairs must stay pairs of the same two components.
@@ -119,7 +138,7 @@ void CopyChromaSemiPlanarOdd(const ZMOSIMAGE& dst, const Region& d, const ZMOSIM
     return;
   }
   if (!(d.left & 1)) span.src_x = s.left & ~std::int64_t{1};
-  ForEachRow(dp, sp, span, CopyBytes);
+  CopyRows(dp, sp, span);
 }
 
 // Packed 4:2:2 (0x501-0x504): chroma bytes alternate between pixel pairs.
