@@ -159,9 +159,65 @@ std::uint32_t RowSum(const std::uint8_t* p, std::int32_t n) {
   return sum;
 }
 
+// The four sums of a, b, c and d's lanes, in that order.
+uint32x4_t SumsOf4(uint32x4_t a, uint32x4_t b, uint32x4_t c, uint32x4_t d) {
+  const uint32x2_t ab = vpadd_u32(vadd_u32(vget_low_u32(a), vget_high_u32(a)),
+                                  vadd_u32(vget_low_u32(b), vget_high_u32(b)));
+  const uint32x2_t cd = vpadd_u32(vadd_u32(vget_low_u32(c), vget_high_u32(c)),
+                                  vadd_u32(vget_low_u32(d), vget_high_u32(d)));
+  return vcombine_u32(ab, cd);
+}
+
+// PieceSum of four rows at once, for 16 <= n <= 1024 (at most 65 loads a lane): the loop
+// and the final additions are shared.
+void PieceSums4(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t n, std::uint32_t* out) {
+  const std::uint8_t* r[4] = {p, p + step, p + 2 * step, p + 3 * step};
+  const uint8x16_t mask = vld1q_u8(kTail + (n & 15));
+  uint16x8_t a0 = vpaddlq_u8(vandq_u8(vld1q_u8(r[0] + n - 16), mask));
+  uint16x8_t a1 = vpaddlq_u8(vandq_u8(vld1q_u8(r[1] + n - 16), mask));
+  uint16x8_t a2 = vpaddlq_u8(vandq_u8(vld1q_u8(r[2] + n - 16), mask));
+  uint16x8_t a3 = vpaddlq_u8(vandq_u8(vld1q_u8(r[3] + n - 16), mask));
+  auto add4 = [](uint16x8_t a, const uint8x16x4_t& v) {
+    return vpadalq_u8(vpadalq_u8(vpadalq_u8(vpadalq_u8(a, v.val[0]), v.val[1]), v.val[2]),
+                      v.val[3]);
+  };
+  std::int32_t i = 0;
+  for (; i + 64 <= n; i += 64) {
+    a0 = add4(a0, vld4q_u8(r[0] + i));
+    a1 = add4(a1, vld4q_u8(r[1] + i));
+    a2 = add4(a2, vld4q_u8(r[2] + i));
+    a3 = add4(a3, vld4q_u8(r[3] + i));
+  }
+  for (; i + 16 <= n; i += 16) {
+    a0 = vpadalq_u8(a0, vld1q_u8(r[0] + i));
+    a1 = vpadalq_u8(a1, vld1q_u8(r[1] + i));
+    a2 = vpadalq_u8(a2, vld1q_u8(r[2] + i));
+    a3 = vpadalq_u8(a3, vld1q_u8(r[3] + i));
+  }
+  vst1q_u32(out, SumsOf4(vpaddlq_u16(a0), vpaddlq_u16(a1), vpaddlq_u16(a2), vpaddlq_u16(a3)));
+}
+
+// Four rows of 8 <= n < 16 bytes: the first 8 and the masked last 8 of each.
+void ShortSums4(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t n, std::uint32_t* out) {
+  const uint8x8_t mask = vld1_u8(kTail + n);
+  uint16x4_t s[4];
+  for (int k = 0; k < 4; ++k, p += step)
+    s[k] = vpadal_u8(vpaddl_u8(vld1_u8(p)), vand_u8(vld1_u8(p + n - 8), mask));
+  const uint32x4_t s01 = vpaddlq_u16(vcombine_u16(s[0], s[1]));  // r0 r0 r1 r1
+  const uint32x4_t s23 = vpaddlq_u16(vcombine_u16(s[2], s[3]));
+  vst1q_u32(out, vcombine_u32(vpadd_u32(vget_low_u32(s01), vget_high_u32(s01)),
+                              vpadd_u32(vget_low_u32(s23), vget_high_u32(s23))));
+}
+
 void RowSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std::int32_t n,
              std::uint32_t* out) {
-  for (std::int32_t y = 0; y < rows; ++y, p += step) out[y] = RowSum(p, n);
+  std::int32_t y = 0;
+  if (n >= 16 && n <= 1024) {
+    for (; y + 4 <= rows; y += 4, p += 4 * step) PieceSums4(p, step, n, out + y);
+  } else if (n >= 8 && n < 16) {
+    for (; y + 4 <= rows; y += 4, p += 4 * step) ShortSums4(p, step, n, out + y);
+  }
+  for (; y < rows; ++y, p += step) out[y] = RowSum(p, n);
 }
 
 std::uint32_t SadUntil(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
