@@ -44,8 +44,9 @@ void AddColumns64(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows,
     h3 = vaddw_u8(h3, vget_high_u8(v.val[3]));
   }
   std::uint16_t sums[64];
-  vst4q_u16(sums, uint16x8x4_t{{l0, l1, l2, l3}});
-  vst4q_u16(sums + 32, uint16x8x4_t{{h0, h1, h2, h3}});
+  const uint16x8x4_t low = {{l0, l1, l2, l3}}, high = {{h0, h1, h2, h3}};
+  vst4q_u16(sums, low);  // clang's vst4q_u16 is a macro: no braces in its arguments
+  vst4q_u16(sums + 32, high);
   for (int k = 0; k < 64; k += 8) FlushWords(vld1q_u16(sums + k), out + k);
 }
 

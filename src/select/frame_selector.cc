@@ -187,7 +187,14 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
 
   // Prediction from the tracking image, scaled to the full frame.
   std::int32_t predicted[2] = {0, 0};
-  ZMOSVideoTrackerRunFF_PBM(s.hTrackerFF, pTrackFrame, predicted);
+  const bool ff_first = s.hTrackerFF->bFirstFrame != 0;
+  const bool ff_ok = ZMOSVideoTrackerRunFF_PBM(s.hTrackerFF, pTrackFrame, predicted) == ZMOS_OK;
+  // Where the tracking image is the frame, the reference tracker takes its column sums
+  // from the band the frame-to-frame tracker has just summed, not from a second read.
+  const std::uint32_t* shared =
+      ff_ok && !ff_first
+          ? lumivex::track::SharedColumnSums(s.hTrackerFF, pTrackFrame, s.hTrackerRF, pFrame)
+          : nullptr;
   const std::int32_t scale = big_w / w;
   predicted[0] = WrapMul(predicted[0], scale);
   predicted[1] = WrapMul(predicted[1], scale);
@@ -227,7 +234,8 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
     if (carry) along = expected;
   }
   const std::int32_t last[2] = {s.lLastX, s.lLastY};
-  const std::int32_t res = lumivex::track::RunRF(s.hTrackerRF, pFrame, predicted, last, policy);
+  const std::int32_t res =
+      lumivex::track::RunRF(s.hTrackerRF, pFrame, predicted, last, policy, shared);
   if (coast != nullptr) coast->carried = carry ? coast->carried + 1 : 0;
   acc.x = WrapAdd(acc.x, predicted[0]);
   acc.y = WrapAdd(acc.y, predicted[1]);

@@ -332,9 +332,36 @@ bool lumivex::track::FlatAlongSweep(std::int32_t mode) {
   return bt.cur_vert[0] < 40 && bt.cur_vert[1] < 40 && bt.cur_vert[2] < 40;
 }
 
+const std::uint32_t* lumivex::track::SharedColumnSums(const ZMOSVideoTracker* ff,
+                                                      const ZMOSIMAGE* ff_image,
+                                                      const ZMOSVideoTracker* rf,
+                                                      const ZMOSIMAGE* image) {
+  if (ff == nullptr || rf == nullptr || ff_image == nullptr || image == nullptr) return nullptr;
+  if (ff->bFirstFrame || rf->bFirstFrame || ff->lMode != 0 || rf->lMode != 0) return nullptr;
+  if (ff->lHoriCount < 3 || rf->lHoriCount < 1) return nullptr;
+  // The same pixels, read the same way: one-byte luma.
+  const std::uint32_t family = image->dwFormat >> 8;
+  if (family != 6 && family != 7 && family != 8) return nullptr;
+  if (ff_image->pPlane[0] != image->pPlane[0] || ff_image->lPitch[0] != image->lPitch[0] ||
+      ff_image->lWidth != image->lWidth || ff_image->lHeight != image->lHeight ||
+      ff_image->dwFormat != image->dwFormat || ff->lWidth != image->lWidth ||
+      rf->lWidth != image->lWidth)
+    return nullptr;
+  const ZMOSRECT& r = rf->pHoriRects[0];
+  if (r.lLeft < 0 || r.lLeft + 7 >= r.lRight || r.lRight > image->lWidth) return nullptr;
+  for (std::int32_t i = 0; i < 3; ++i) {
+    const ZMOSRECT& band = ff->pHoriRects[i];
+    // A band sums from column 0; the rectangle's sums start at its left rounded down to 4.
+    if (band.lTop == r.lTop && band.lBottom == r.lBottom && band.lLeft == 0 &&
+        band.lRight == image->lWidth)
+      return ff->ppCurHori[i] + (r.lLeft & ~3);
+  }
+  return nullptr;
+}
+
 std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
                                    std::int32_t* plOffsets, const std::int32_t* plLast,
-                                   const Policy& policy) {
+                                   const Policy& policy, const std::uint32_t* hori_sums) {
   if (!FrameMatches(t, pImage)) return ZMOS_ERR_INVALID_PARAM;
   if (t->bFirstFrame) return StorePrevious(t, pImage);
   // The prediction is read from the offsets; the last report only by a textured mode-0 run.
@@ -347,8 +374,12 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
     if (textured && plLast == nullptr) return ZMOS_ERR_INVALID_PARAM;
     for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
       const ZMOSRECT& r = t->pHoriRects[i];
-      if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
       const std::int32_t w = r.lRight - r.lLeft;
+      if (i == 0 && hori_sums != nullptr) {
+        std::copy(hori_sums, hori_sums + w, t->ppCurHori[0]);
+      } else if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) {
+        return res;
+      }
       std::int32_t off = predicted_dx;
       if (textured) {
         // Narrow the search around the last reported offset as the sweep speeds up.

@@ -61,7 +61,15 @@ std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t
 // The reference run as ZMOSVideoTrackerRunRF_PBM, under the policy of the engine that
 // runs it (the exported function is always exact).
 std::int32_t RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* image, std::int32_t* offsets,
-                   const std::int32_t* last, const Policy& policy);
+                   const std::int32_t* last, const Policy& policy,
+                   const std::uint32_t* hori_sums = nullptr);
+
+// Column sums of the reference tracker `rf`'s horizontal rectangle for a run on `image`,
+// when they are a slice of a band the frame-to-frame tracker `ff` has just summed on the
+// same image (a successful run, not its first); else null. Column sums are plain sums,
+// so the slice equals a projection of its own, and the frame's rows are read once.
+const std::uint32_t* SharedColumnSums(const ZMOSVideoTracker* ff, const ZMOSIMAGE* ff_image,
+                                      const ZMOSVideoTracker* rf, const ZMOSIMAGE* image);
 
 // Bytes ZMOSCreateVideoTrackerNxN_PBM takes from a work buffer for that geometry and
 // band counts; -1 when it cannot create the tracker.
