@@ -117,8 +117,7 @@ void CopyChromaPlanarOdd(const ZMOSIMAGE& dst, const Region& d, const ZMOSIMAGE&
     span.src_y = s.top / 2;
     span.rows = d.height / 2;
   }
-  for (int p = 1; p < 3; ++p)
-    CopyRows(PlaneOf(dst, info, p), PlaneOf(src, info, p), span);
+  for (int p = 1; p < 3; ++p) CopyRows(PlaneOf(dst, info, p), PlaneOf(src, info, p), span);
 }
 
 // Interleaved chroma: byte pairs must stay pairs of the same two components.

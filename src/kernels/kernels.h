@@ -48,6 +48,15 @@ struct KernelSet {
   void (*swap_pairs)(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs);
 };
 
+// Thirty-two zero bytes then thirty-two 0xFF, for the kernels that read a row's last
+// partial block as a load overlapping the one before it: the w bytes from
+// kTailMask + 32 - w + r keep the last r bytes of a w-byte load.
+inline constexpr std::uint8_t kTailMask[64] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
 // The plain versions: the truth every other set is tested against.
 const KernelSet& Reference();
 

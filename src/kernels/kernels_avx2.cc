@@ -98,14 +98,6 @@ void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std
   }
 }
 
-// Thirty-two zeros then thirty-two ones: the 32 bytes from kTail + r keep the last r
-// bytes of a load; the 16 from kTail + 16 + r and the 8 from kTail + 24 + r likewise.
-constexpr std::uint8_t kTail[64] = {
-    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-
 __m128i Load16(const std::uint8_t* p) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
@@ -122,11 +114,11 @@ std::uint32_t RowSum(const std::uint8_t* p, std::int32_t n) {
   if (n < 32) {
     const __m128i zero = _mm_setzero_si128();
     if (n >= 16) {
-      const __m128i tail = _mm_and_si128(Load16(p + n - 16), Load16(kTail + 16 + (n - 16)));
+      const __m128i tail = _mm_and_si128(Load16(p + n - 16), Load16(kTailMask + 16 + (n - 16)));
       return Sum64(_mm_add_epi64(_mm_sad_epu8(Load16(p), zero), _mm_sad_epu8(tail, zero)));
     }
     if (n >= 8) {
-      const __m128i tail = _mm_and_si128(Load8(p + n - 8), Load8(kTail + 24 + (n - 8)));
+      const __m128i tail = _mm_and_si128(Load8(p + n - 8), Load8(kTailMask + 24 + (n - 8)));
       return Sum64(_mm_sad_epu8(_mm_unpacklo_epi64(Load8(p), tail), zero));
     }
     std::uint32_t sum = 0;
@@ -139,7 +131,7 @@ std::uint32_t RowSum(const std::uint8_t* p, std::int32_t n) {
   for (; i + 32 <= n; i += 32) acc = _mm256_add_epi64(acc, _mm256_sad_epu8(Load(p + i), zero));
   if (i < n)
     acc = _mm256_add_epi64(
-        acc, _mm256_sad_epu8(_mm256_and_si256(Load(p + n - 32), Load(kTail + (n - i))), zero));
+        acc, _mm256_sad_epu8(_mm256_and_si256(Load(p + n - 32), Load(kTailMask + (n - i))), zero));
   return Sum64(_mm_add_epi64(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1)));
 }
 

@@ -132,11 +132,9 @@ void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std
   }
 }
 
-// Sixteen zeros then sixteen ones: the 16 bytes from kTail + r keep the last r bytes of a
-// load, the 8 bytes from kTail + 8 + r the last r of an 8-byte load.
-constexpr std::uint8_t kTail[32] = {
-    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+// The 16 bytes from kTail + r keep the last r bytes of a load, the 8 bytes from
+// kTail + 8 + r the last r of an 8-byte load.
+constexpr const std::uint8_t* kTail = kTailMask + 16;
 
 std::uint32_t SumPairs(uint16x4_t v) {
   const uint64x1_t s = vpaddl_u32(vpaddl_u16(v));

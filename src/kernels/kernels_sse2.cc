@@ -89,11 +89,9 @@ void LaneSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std
   }
 }
 
-// Sixteen zeros then sixteen ones: the 16 bytes from kTail + r keep the last r bytes of a
-// load, the 8 bytes from kTail + 8 + r the last r of an 8-byte load.
-constexpr std::uint8_t kTail[32] = {
-    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
-    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+// The 16 bytes from kTail + r keep the last r bytes of a load, the 8 bytes from
+// kTail + 8 + r the last r of an 8-byte load.
+constexpr const std::uint8_t* kTail = kTailMask + 16;
 
 // Sum of the bytes of [p, p + n): whole 16-byte loads, the last one overlapping the one
 // before it with the overlap masked off, so nothing past p + n is read.

@@ -148,9 +148,9 @@ void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t ro
   // folds give back the plain sum of the row whatever its alignment.
   constexpr std::int32_t kUnwrappedBytes = 4 * (0xFFFF / 510) + 3;
   if (n <= kUnwrappedBytes) return k.row_sums(p, step, rows, n, out);
+  // Wider rows hold more than 256 bytes of whole words and 16-byte groups.
   const auto misalign = static_cast<std::int32_t>(reinterpret_cast<std::uintptr_t>(p) & 3);
-  std::int32_t lead = misalign != 0 ? 4 - misalign : 0;
-  if (lead > n) lead = n;
+  const std::int32_t lead = misalign != 0 ? 4 - misalign : 0;
   const std::int32_t m = n - lead, bytes = m & ~3, grouped = m & ~15;
   // A lane accumulator over words holds (bytes 0, 1) + (bytes 2, 3) << 16 modulo 2^32,
   // whatever the order of the additions: exact lane sums rebuild it, wraps included.
@@ -159,12 +159,7 @@ void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t ro
   for (std::int32_t y0 = 0; y0 < rows; y0 += kChunk) {
     const std::int32_t count = std::min(kChunk, rows - y0);
     const std::uint8_t* first = p + y0 * step;
-    if (grouped > 0) {
-      k.lane_sums(first + lead, step, count, grouped, low, high);
-    } else {
-      std::fill(low, low + count, 0u);
-      std::fill(high, high + count, 0u);
-    }
+    k.lane_sums(first + lead, step, count, grouped, low, high);
     for (std::int32_t j = 0; j < count; ++j) {
       const std::uint8_t* r = first + j * step;
       const std::uint8_t* a = r + lead;
@@ -201,11 +196,7 @@ void RowSumLanesRows(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t ro
           break;
       }
       // From 256 bytes of words on, the 16-byte groups are folded on their own.
-      if (bytes >= 256) {
-        sum += Fold(low[j] + (high[j] << 16)) + Fold(tail_low + (tail_high << 16));
-      } else {
-        sum += Fold(low[j] + tail_low + ((high[j] + tail_high) << 16));
-      }
+      sum += Fold(low[j] + (high[j] << 16)) + Fold(tail_low + (tail_high << 16));
       switch (m - bytes) {
         case 3:
           sum += a[bytes + 2];
