@@ -58,6 +58,12 @@ void FadeQ16Ref(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
   }
 }
 
+void FadeRowsRef(std::uint8_t* f, std::ptrdiff_t f_step, const std::uint8_t* s,
+                 std::ptrdiff_t s_step, std::int32_t rows, const std::uint16_t* ws,
+                 const std::uint16_t* wf, std::int32_t n) {
+  for (std::int32_t y = 0; y < rows; ++y) FadeQ16Ref(f + y * f_step, s + y * s_step, ws, wf, n);
+}
+
 void AverageRef(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
   for (std::int32_t k = 0; k < n; ++k) f[k] = static_cast<std::uint8_t>((f[k] + s[k]) >> 1);
 }
@@ -70,8 +76,8 @@ void SwapPairsRef(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs
   }
 }
 
-constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef, RowSumsRef,
-                               SadUntilRef, FadeQ16Ref,    AverageRef,  SwapPairsRef};
+constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef, RowSumsRef,  SadUntilRef,
+                               FadeQ16Ref,  FadeRowsRef,   AverageRef,  SwapPairsRef};
 
 // The vector kernels read pixels as little-endian lanes.
 [[maybe_unused]] bool LittleEndian() {

@@ -40,6 +40,13 @@ struct KernelSet {
   void (*fade_q16)(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
                    const std::uint16_t* wf, std::int32_t n);
 
+  // fade_q16 on `rows` rows of n bytes starting `f_step` and `s_step` bytes apart, with
+  // the same weights for every row (a narrow overlap's rows are a few bytes each: the
+  // weights stay in registers and one call does them all).
+  void (*fade_rows)(std::uint8_t* f, std::ptrdiff_t f_step, const std::uint8_t* s,
+                    std::ptrdiff_t s_step, std::int32_t rows, const std::uint16_t* ws,
+                    const std::uint16_t* wf, std::int32_t n);
+
   // f[k] = (f[k] + s[k]) >> 1 over [0, n).
   void (*average)(std::uint8_t* f, const std::uint8_t* s, std::int32_t n);
 

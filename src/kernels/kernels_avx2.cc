@@ -196,6 +196,12 @@ void FadeQ16(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
   _mm_storeu_si128(reinterpret_cast<__m128i*>(f + n - 16), last);
 }
 
+void FadeRows(std::uint8_t* f, std::ptrdiff_t f_step, const std::uint8_t* s, std::ptrdiff_t s_step,
+              std::int32_t rows, const std::uint16_t* ws, const std::uint16_t* wf, std::int32_t n) {
+  if (n < 16) return Sse2Set()->fade_rows(f, f_step, s, s_step, rows, ws, wf, n);
+  for (std::int32_t y = 0; y < rows; ++y) FadeQ16(f + y * f_step, s + y * s_step, ws, wf, n);
+}
+
 __m256i Average32(const std::uint8_t* f, const std::uint8_t* s) {
   // vpavgb rounds up: take back the half where the sum is odd.
   const __m256i a = Load(f), b = Load(s);
@@ -220,8 +226,8 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   Store(dst + 2 * pairs - 32, last);
 }
 
-constexpr KernelSet kAvx2{"avx2",   ColumnSums, LaneSums, RowSums,
-                          SadUntil, FadeQ16,    Average,  SwapPairs};
+constexpr KernelSet kAvx2{"avx2",  ColumnSums, LaneSums, RowSums,  SadUntil,
+                          FadeQ16, FadeRows,   Average,  SwapPairs};
 
 }  // namespace
 

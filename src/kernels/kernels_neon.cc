@@ -5,6 +5,8 @@
 #if defined(__ARM_NEON)
 #include <arm_neon.h>
 
+#include <cstring>
+
 namespace lumivex::kernels {
 namespace {
 
@@ -281,6 +283,32 @@ void FadeQ16(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
   vst1_u8(f + n - 8, last);
 }
 
+void FadeRows(std::uint8_t* f, std::ptrdiff_t f_step, const std::uint8_t* s, std::ptrdiff_t s_step,
+              std::int32_t rows, const std::uint16_t* ws, const std::uint16_t* wf, std::int32_t n) {
+  if (n >= 8 || n < 4) {
+    for (std::int32_t y = 0; y < rows; ++y) FadeQ16(f + y * f_step, s + y * s_step, ws, wf, n);
+    return;
+  }
+  // Four to seven bytes a row: two overlapping halves of four, both computed before either
+  // is stored, with the weights loaded once.
+  const std::int32_t j = n - 4;
+  auto bytes = [j](const std::uint8_t* p) {
+    std::uint32_t a, b;
+    std::memcpy(&a, p, 4);
+    std::memcpy(&b, p + j, 4);
+    return vreinterpret_u8_u32(vset_lane_u32(b, vdup_n_u32(a), 1));
+  };
+  const uint16x8_t wsv = vcombine_u16(vld1_u16(ws), vld1_u16(ws + j));
+  const uint16x8_t wfv = vcombine_u16(vld1_u16(wf), vld1_u16(wf + j));
+  for (std::int32_t y = 0; y < rows; ++y) {
+    std::uint8_t* fr = f + y * f_step;
+    const uint32x2_t v = vreinterpret_u32_u8(Fade8(bytes(s + y * s_step), bytes(fr), wsv, wfv));
+    const std::uint32_t lo = vget_lane_u32(v, 0), hi = vget_lane_u32(v, 1);
+    std::memcpy(fr + j, &hi, 4);
+    std::memcpy(fr, &lo, 4);
+  }
+}
+
 void Average(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
   if (n < 8) return Reference().average(f, s, n);
   if (n < 16) {
@@ -310,8 +338,8 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   vst1q_u8(dst + 2 * pairs - 16, last);
 }
 
-constexpr KernelSet kNeon{"neon",   ColumnSums, LaneSums, RowSums,
-                          SadUntil, FadeQ16,    Average,  SwapPairs};
+constexpr KernelSet kNeon{"neon",  ColumnSums, LaneSums, RowSums,  SadUntil,
+                          FadeQ16, FadeRows,   Average,  SwapPairs};
 
 }  // namespace
 

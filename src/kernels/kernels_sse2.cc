@@ -4,6 +4,8 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 
+#include <cstring>
+
 namespace lumivex::kernels {
 namespace {
 
@@ -164,21 +166,36 @@ void Products(__m128i w, __m128i px, __m128i* lo, __m128i* hi) {
   *hi = _mm_unpackhi_epi16(l, h);
 }
 
-// Eight pixels of the fade, from the bytes as they are now.
-__m128i Fade8(const std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
-              const std::uint16_t* wf) {
+// Eight pixels of the fade from bytes (low half of `f8`, `s8`) and weights in registers.
+__m128i FadeBytes(__m128i f8, __m128i s8, __m128i ws, __m128i wf) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i half = _mm_set1_epi32(32768);
-  const __m128i sv = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(s)), zero);
-  const __m128i fv = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(f)), zero);
   __m128i s_lo, s_hi, f_lo, f_hi;
-  Products(Load(ws), sv, &s_lo, &s_hi);
-  Products(Load(wf), fv, &f_lo, &f_hi);
+  Products(ws, _mm_unpacklo_epi8(s8, zero), &s_lo, &s_hi);
+  Products(wf, _mm_unpacklo_epi8(f8, zero), &f_lo, &f_hi);
   // At most 2 * 65535 * 255 + 32768 < 2^25; the shift leaves at most 510.
   const __m128i lo = _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(s_lo, f_lo), half), 16);
   const __m128i hi = _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(s_hi, f_hi), half), 16);
   const __m128i words = _mm_packs_epi32(lo, hi);
   return _mm_packus_epi16(words, words);
+}
+
+// Eight pixels of the fade, from the bytes as they are now.
+__m128i Fade8(const std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
+              const std::uint16_t* wf) {
+  return FadeBytes(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(f)),
+                   _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s)), Load(ws), Load(wf));
+}
+
+__m128i Load4(const void* p) {
+  std::int32_t v;
+  std::memcpy(&v, p, 4);
+  return _mm_cvtsi32_si128(v);
+}
+
+void Store4(void* p, __m128i v) {
+  const std::int32_t x = _mm_cvtsi128_si32(v);
+  std::memcpy(p, &x, 4);
 }
 
 void FadeQ16(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
@@ -189,6 +206,29 @@ void FadeQ16(std::uint8_t* f, const std::uint8_t* s, const std::uint16_t* ws,
   for (std::int32_t k = 0; k + 8 < n; k += 8)
     _mm_storel_epi64(reinterpret_cast<__m128i*>(f + k), Fade8(f + k, s + k, ws + k, wf + k));
   _mm_storel_epi64(reinterpret_cast<__m128i*>(f + n - 8), last);
+}
+
+void FadeRows(std::uint8_t* f, std::ptrdiff_t f_step, const std::uint8_t* s, std::ptrdiff_t s_step,
+              std::int32_t rows, const std::uint16_t* ws, const std::uint16_t* wf, std::int32_t n) {
+  if (n >= 8 || n < 4) {
+    for (std::int32_t y = 0; y < rows; ++y) FadeQ16(f + y * f_step, s + y * s_step, ws, wf, n);
+    return;
+  }
+  // Four to seven bytes a row: two overlapping halves of four, both computed before either
+  // is stored, with the weights loaded once.
+  const std::int32_t j = n - 4;
+  auto weights = [j](const std::uint16_t* w) {
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(w)),
+                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(w + j)));
+  };
+  auto bytes = [j](const std::uint8_t* p) { return _mm_unpacklo_epi32(Load4(p), Load4(p + j)); };
+  const __m128i wsv = weights(ws), wfv = weights(wf);
+  for (std::int32_t y = 0; y < rows; ++y) {
+    std::uint8_t* fr = f + y * f_step;
+    const __m128i v = FadeBytes(bytes(fr), bytes(s + y * s_step), wsv, wfv);
+    Store4(fr + j, _mm_srli_si128(v, 4));
+    Store4(fr, v);
+  }
 }
 
 __m128i Average16(const std::uint8_t* f, const std::uint8_t* s) {
@@ -219,8 +259,8 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   Store(dst + 2 * pairs - 16, last);
 }
 
-constexpr KernelSet kSse2{"sse2",   ColumnSums, LaneSums, RowSums,
-                          SadUntil, FadeQ16,    Average,  SwapPairs};
+constexpr KernelSet kSse2{"sse2",  ColumnSums, LaneSums, RowSums,  SadUntil,
+                          FadeQ16, FadeRows,   Average,  SwapPairs};
 
 }  // namespace
 

@@ -13,54 +13,112 @@ namespace {
 // Runs shorter than this are blended pixel by pixel.
 constexpr std::int64_t kMinVectorRun = 8;
 
-// One row of the luminance blend over columns [0, w_row) (the overlap's width); only the
-// first `s_cols` columns exist in the second image, the rest of the row keeps the first.
-// `fade` holds the table's weights for the kernels (null or not ok: per pixel).
-void BlendRowAlongSeam(std::uint8_t* f, const std::uint8_t* s, std::int32_t w_row,
-                       std::int64_t s_cols, std::int32_t seam, std::int32_t band, std::int32_t side,
-                       const FadeWeights* fade) {
-  const std::int32_t w = g_BlendTableWidth;
-  const std::int32_t* t = g_BlendTable;
-  const bool averaged = w > band;
-  const std::int32_t n = averaged ? band : w;
-  const std::int64_t start = std::int64_t{seam} - (std::int64_t{n} - 1) / 2;
-  const std::int64_t lo = std::max<std::int64_t>(start, 0);
-  w_row =
-      static_cast<std::int32_t>(std::min<std::int64_t>(w_row, std::max<std::int64_t>(s_cols, 0)));
-  const std::int64_t hi = std::min<std::int64_t>(start + n, w_row);
-  // Bands narrower than a vector stay per pixel: a call costs more than they do.
-  if (hi - lo >= kMinVectorRun && (averaged || (fade != nullptr && fade->ok))) {
-    const kernels::KernelSet& kern = kernels::Active();
-    const auto count = static_cast<std::int32_t>(hi - lo);
-    const std::int64_t k0 = lo - start;
-    if (averaged) {
-      kern.average(f + lo, s + lo, count);
-    } else if (side == 0) {
-      kern.fade_q16(f + lo, s + lo, fade->up + k0, fade->down + k0, count);
-    } else {
-      kern.fade_q16(f + lo, s + lo, fade->down + k0, fade->up + k0, count);
-    }
-  } else {
-    for (std::int64_t c = lo; c < hi; ++c) {
+// Per-byte weights of one row for the fade kernel.
+struct RowFade {
+  std::uint16_t ws[FadeWeights::kMax];
+  std::uint16_t wf[FadeWeights::kMax];
+};
+
+// Copies a few bytes inline: the seam's copied zones are often a handful of bytes, where a
+// library call costs more than the copy.
+inline void CopyBytes(std::uint8_t* dst, const std::uint8_t* src, std::int64_t n) {
+  if (n >= 32) {
+    MMemCpy(dst, src, static_cast<std::int32_t>(n));
+    return;
+  }
+  for (std::int64_t i = 0; i < n; ++i) dst[i] = src[i];
+}
+
+// The luminance blend of one overlap, row by row, over columns [0, w_row) (the overlap's
+// width); only the first `s_cols` columns exist in the second image, the rest of each row
+// keeps the first. Everything but the seam column is the same for every row, so it is
+// worked out once. `fade` holds the table's weights for the kernels (null or not ok: per
+// pixel).
+class SeamRows {
+ public:
+  SeamRows(std::int32_t w_row, std::int64_t s_cols, std::int32_t band, std::int32_t side,
+           const FadeWeights* fade)
+      : t_(g_BlendTable),
+        w_(g_BlendTableWidth),
+        averaged_(w_ > band),
+        n_(averaged_ ? band : w_),
+        side_(side),
+        w_row_(std::min<std::int64_t>(w_row, std::max<std::int64_t>(s_cols, 0))),
+        fade_(fade != nullptr && fade->ok ? fade : nullptr),
+        kern_(kernels::Active()) {}
+
+  // Bytes of each row the blend writes.
+  std::int64_t row_bytes() const { return w_row_; }
+
+  // The weights that blend a whole row with its seam at `seam` in one fade: the copied zone
+  // takes (65535, 1), which gives the second image's byte exactly, the kept zone (0, 65535),
+  // which gives the first's, and an averaged band (32767, 32767), the floor of the mean of
+  // two bytes. False when the row or the table's weights do not fit.
+  bool RowWeights(std::int32_t seam, std::uint16_t* ws, std::uint16_t* wf) const {
+    if (w_row_ > FadeWeights::kMax || (!averaged_ && fade_ == nullptr)) return false;
+    const std::int64_t start = std::int64_t{seam} - (std::int64_t{n_} - 1) / 2;
+    for (std::int64_t c = 0; c < w_row_; ++c) {
       const std::int64_t k = c - start;
-      if (averaged) {
-        f[c] = static_cast<std::uint8_t>((f[c] + s[c]) >> 1);
-      } else if (side == 0) {
-        f[c] = Rule(t[k], s[c], t[w - 1 - k], f[c]);
+      const bool copied = side_ == 0 ? k < 0 : k >= n_;
+      if (k >= 0 && k < n_) {
+        ws[c] = averaged_ ? 32767 : side_ == 0 ? fade_->up[k] : fade_->down[k];
+        wf[c] = averaged_ ? 32767 : side_ == 0 ? fade_->down[k] : fade_->up[k];
       } else {
-        f[c] = Rule(t[k], f[c], t[w - 1 - k], s[c]);
+        ws[c] = copied ? 65535 : 0;
+        wf[c] = copied ? 1 : 65535;
       }
     }
+    return true;
   }
-  // The second image's side of the band is copied from it.
-  if (side == 0) {
-    const std::int64_t end = std::min<std::int64_t>(start, w_row);
-    if (end > 0) MMemCpy(f, s, static_cast<std::int32_t>(end));
-  } else {
-    const std::int64_t from = std::max<std::int64_t>(start + n, 0);
-    if (from < w_row) MMemCpy(f + from, s + from, static_cast<std::int32_t>(w_row - from));
+
+  void operator()(std::uint8_t* f, const std::uint8_t* s, std::int32_t seam) const {
+    const std::int64_t start = std::int64_t{seam} - (std::int64_t{n_} - 1) / 2;
+    const std::int64_t lo = std::max<std::int64_t>(start, 0);
+    const std::int64_t hi = std::min<std::int64_t>(start + n_, w_row_);
+    if (averaged_) {
+      Average(f + lo, s + lo, hi - lo);
+    } else if (fade_ != nullptr && hi - lo >= kMinVectorRun) {
+      const auto count = static_cast<std::int32_t>(hi - lo);
+      const std::int64_t k0 = lo - start;
+      if (side_ == 0) {
+        kern_.fade_q16(f + lo, s + lo, fade_->up + k0, fade_->down + k0, count);
+      } else {
+        kern_.fade_q16(f + lo, s + lo, fade_->down + k0, fade_->up + k0, count);
+      }
+    } else {
+      for (std::int64_t c = lo; c < hi; ++c) {
+        const std::int64_t k = c - start;
+        f[c] = side_ == 0 ? Rule(t_[k], s[c], t_[w_ - 1 - k], f[c])
+                          : Rule(t_[k], f[c], t_[w_ - 1 - k], s[c]);
+      }
+    }
+    // The second image's side of the band is copied from it.
+    if (side_ == 0) {
+      CopyBytes(f, s, std::min<std::int64_t>(start, w_row_));
+    } else {
+      const std::int64_t from = std::max<std::int64_t>(start + n_, 0);
+      CopyBytes(f + from, s + from, w_row_ - from);
+    }
   }
-}
+
+ private:
+  // Bands narrower than a vector stay per pixel: a call costs more than they do.
+  void Average(std::uint8_t* f, const std::uint8_t* s, std::int64_t count) const {
+    if (count >= kMinVectorRun) {
+      kern_.average(f, s, static_cast<std::int32_t>(count));
+      return;
+    }
+    for (std::int64_t c = 0; c < count; ++c) f[c] = static_cast<std::uint8_t>((f[c] + s[c]) >> 1);
+  }
+
+  const std::int32_t* t_;
+  std::int32_t w_;
+  bool averaged_;
+  std::int32_t n_, side_;
+  std::int64_t w_row_;
+  const FadeWeights* fade_;
+  const kernels::KernelSet& kern_;
+};
 
 // Packed 4:2:2 rows with luminance in bytes 0 and 2 of each pixel pair: the same zones as
 // the luminance blend, applied to whole pixel pairs counted from the overlap's left.
@@ -181,29 +239,39 @@ std::int32_t InterleavedChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const 
 
   const PlaneView a = ViewOf(first, 1), b = ViewOf(second, 1);
   const RowRange range = CommonRows(a, o.row1, b, o.row2, o.rows);
-  // Rows whose second-image bytes run straight (no crosswise pairing) and lie inside its
-  // row go through the fade kernel.
+  // Rows whose second-image bytes lie inside its row take the table's weights straight.
   const FadeWeights fade(t, w, true);
-  const bool straight =
-      fade.ok && w >= kMinVectorRun && !o.crosswise && o.x >= 0 && o.x + w <= b.row_bytes;
+  const bool straight = fade.ok && o.x >= 0 && o.x + w <= b.row_bytes;
   const kernels::KernelSet& kern = kernels::Active();
+  const std::uint16_t* ws = side == 0 ? fade.up : fade.down;
+  const std::uint16_t* wf = side == 0 ? fade.down : fade.up;
+  std::uint8_t swapped[FadeWeights::kMax];  // a crosswise row in the first image's order
+  // Straight rows all take the same weights: one call does them.
+  if (straight && !o.crosswise && range.lo < range.hi) {
+    kern.fade_rows(a.Row(o.row1 + range.lo) + o.left, a.pitch, b.Row(o.row2 + range.lo) + o.x,
+                   b.pitch, static_cast<std::int32_t>(range.hi - range.lo), ws, wf, w);
+  }
   for (std::int64_t i = range.lo; i < range.hi; ++i) {
     std::uint8_t* f = a.Row(o.row1 + i) + o.left;
     const std::uint8_t* srow = b.Row(o.row2 + i);
-    if (straight) {
-      if (side == 0) {
-        kern.fade_q16(f, srow + o.x, fade.up, fade.down, w);
-      } else {
-        kern.fade_q16(f, srow + o.x, fade.down, fade.up, w);
-        for (std::int64_t k = w; k < o.width; ++k)
-          if (o.x + k < b.row_bytes) f[k] = srow[o.x + k];
-      }
-      continue;
-    }
     auto second_byte = [&](std::int64_t k) -> const std::uint8_t* {
       const std::int64_t col = o.Source(k);
       return col >= 0 && col < b.row_bytes ? srow + col : nullptr;
     };
+    if (straight) {
+      if (o.crosswise && w >= kMinVectorRun) {  // pairs meet swapped
+        kern.swap_pairs(swapped, srow + o.x, w / 2);
+        kern.fade_q16(f, swapped, ws, wf, w);
+      } else if (o.crosswise) {
+        const std::uint8_t* s = srow + o.x;
+        for (std::int32_t k = 0; k < w; ++k) f[k] = Rule(ws[k], s[k ^ 1], wf[k], f[k]);
+      }
+      if (side != 0) {
+        for (std::int64_t k = w; k < o.width; ++k)
+          if (const std::uint8_t* tail = second_byte(k)) f[k] = *tail;
+      }
+      continue;
+    }
     // Weights step by pairs: both bytes of pair j take entries 2j and w-1-2j.
     for (std::int64_t k = 0; k < w; ++k) {
       const std::uint8_t* s = second_byte(k);
@@ -234,10 +302,10 @@ int32_t BlendPlaneAlongSeam(uint8_t* pFirst, const uint8_t* pSecond, int32_t lFi
   if (pFirst == nullptr || pSecond == nullptr || plPath == nullptr) return ZMOS_ERR_NO_TEXTURE;
   if (g_BlendTable == nullptr) return ZMOS_ERR_NO_TEXTURE;  // released: no weights to read
   const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
+  const SeamRows blend(lWidth, lWidth, lBand, lSide, &fade);
   for (std::int32_t r = 0; r < lHeight; ++r)
-    BlendRowAlongSeam(pFirst + std::int64_t{r} * lFirstPitch,
-                      pSecond + std::int64_t{r} * lSecondPitch, lWidth, lWidth, plPath[r], lBand,
-                      lSide, &fade);
+    blend(pFirst + std::int64_t{r} * lFirstPitch, pSecond + std::int64_t{r} * lSecondPitch,
+          plPath[r]);
   return ZMOS_OK;
 }
 
@@ -294,11 +362,25 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   const RowRange rows = CommonRows(a, pFirstRect->lTop, b, pSecondRect->lTop, h);
   if ((format >= 0x801 && format <= 0x803) || (format >= 0x601 && format <= 0x608)) {
     const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
-    for (std::int64_t r = rows.lo; r < rows.hi; ++r)
-      BlendRowAlongSeam(a.Row(pFirstRect->lTop + r) + pFirstRect->lLeft,
-                        b.Row(pSecondRect->lTop + r) + pSecondRect->lLeft, w_overlap,
-                        b.row_bytes - std::int64_t{pSecondRect->lLeft}, path[r], band, lSide,
-                        &fade);
+    const SeamRows blend(w_overlap, b.row_bytes - std::int64_t{pSecondRect->lLeft}, band, lSide,
+                         &fade);
+    auto first_row = [&](std::int64_t r) {
+      return a.Row(pFirstRect->lTop + r) + pFirstRect->lLeft;
+    };
+    auto second_row = [&](std::int64_t r) {
+      return b.Row(pSecondRect->lTop + r) + pSecondRect->lLeft;
+    };
+    // Without a seam search every row has its seam in the same column: each row is then
+    // one fade over its whole width, the zones folded into the weights.
+    RowFade row;
+    if (*min_p == *max_p && rows.lo < rows.hi && blend.RowWeights(*min_p, row.ws, row.wf)) {
+      lumivex::kernels::Active().fade_rows(first_row(rows.lo), a.pitch, second_row(rows.lo),
+                                           b.pitch, static_cast<std::int32_t>(rows.hi - rows.lo),
+                                           row.ws, row.wf,
+                                           static_cast<std::int32_t>(blend.row_bytes()));
+    } else {
+      for (std::int64_t r = rows.lo; r < rows.hi; ++r) blend(first_row(r), second_row(r), path[r]);
+    }
     const std::int32_t res =
         format >= 0x801
             ? InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr)
