@@ -6,12 +6,12 @@
 // the images.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 #include "lumivex/image.h"
 #include "src/image/format.h"
 #include "src/image/image_internal.h"
 #include "src/image/row_kernels.h"
+#include "src/kernels/kernels.h"
 
 namespace lumivex::image {
 namespace {
@@ -51,8 +51,8 @@ void ForEachRow(const Plane& dst, const Plane& src, Span span, RowFn row) {
 }
 
 // Plain row copies, without a call through MMemCpy per row; whole rows of two
-// unpadded planes are one run of bytes and go in one call. Kept frames are copied on
-// every few preview frames, so the cost per row counts.
+// unpadded planes are one run of bytes and go in one call. Kept frames are laid down as
+// strips on every few preview frames, so the cost per row counts.
 void CopyRows(const Plane& dst, const Plane& src, Span span) {
   const std::int64_t bytes =
       std::min({span.bytes, dst.row_bytes - span.dst_x, src.row_bytes - span.src_x});
@@ -68,8 +68,9 @@ void CopyRows(const Plane& dst, const Plane& src, Span span) {
     run = bytes * rows;
     rows = 1;
   }
-  for (std::int64_t r = 0; r < rows; ++r, d += dst.pitch, s += src.pitch)
-    std::memmove(d, s, static_cast<std::size_t>(run));
+  kernels::Active().copy_rows(d, static_cast<std::ptrdiff_t>(dst.pitch), s,
+                              static_cast<std::ptrdiff_t>(src.pitch),
+                              static_cast<std::int32_t>(rows), run);
 }
 
 struct Region {

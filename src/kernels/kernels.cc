@@ -1,6 +1,7 @@
 #include "src/kernels/kernels.h"
 
 #include <array>
+#include <cstring>
 
 #include "src/track/projection_kernels.h"
 
@@ -68,6 +69,12 @@ void AverageRef(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
   for (std::int32_t k = 0; k < n; ++k) f[k] = static_cast<std::uint8_t>((f[k] + s[k]) >> 1);
 }
 
+void CopyRowsRef(std::uint8_t* d, std::ptrdiff_t d_step, const std::uint8_t* s,
+                 std::ptrdiff_t s_step, std::int32_t rows, std::int64_t n) {
+  for (std::int32_t y = 0; y < rows; ++y)
+    std::memmove(d + y * d_step, s + y * s_step, static_cast<std::size_t>(n));
+}
+
 void SwapPairsRef(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   for (std::int64_t i = 0; i < pairs; ++i) {
     const std::uint8_t a = src[2 * i];
@@ -77,7 +84,7 @@ void SwapPairsRef(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs
 }
 
 constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef, RowSumsRef,  SadUntilRef,
-                               FadeQ16Ref,  FadeRowsRef,   AverageRef,  SwapPairsRef};
+                               FadeQ16Ref,  FadeRowsRef,   AverageRef,  CopyRowsRef, SwapPairsRef};
 
 // The vector kernels read pixels as little-endian lanes.
 [[maybe_unused]] bool LittleEndian() {

@@ -50,6 +50,12 @@ struct KernelSet {
   // f[k] = (f[k] + s[k]) >> 1 over [0, n).
   void (*average)(std::uint8_t* f, const std::uint8_t* s, std::int32_t n);
 
+  // memmove of n bytes on each of `rows` rows, top to bottom, the rows starting `d_step`
+  // and `s_step` bytes apart. The strips a sweep lays down are a few dozen bytes wide, where
+  // a library call per row costs more than its bytes.
+  void (*copy_rows)(std::uint8_t* d, std::ptrdiff_t d_step, const std::uint8_t* s,
+                    std::ptrdiff_t s_step, std::int32_t rows, std::int64_t n);
+
   // dst[2i] = src[2i + 1], dst[2i + 1] = src[2i] for i in [0, pairs): interleaved chroma
   // moved into the other phase.
   void (*swap_pairs)(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs);

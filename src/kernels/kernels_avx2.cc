@@ -216,6 +216,11 @@ void Average(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
   Store(f + n - 32, last);
 }
 
+void CopyRows(std::uint8_t* d, std::ptrdiff_t d_step, const std::uint8_t* s, std::ptrdiff_t s_step,
+              std::int32_t rows, std::int64_t n) {
+  Sse2Set()->copy_rows(d, d_step, s, s_step, rows, n);
+}
+
 void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   auto swap = [](__m256i v) {
     return _mm256_or_si256(_mm256_slli_epi16(v, 8), _mm256_srli_epi16(v, 8));
@@ -227,7 +232,7 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
 }
 
 constexpr KernelSet kAvx2{"avx2",  ColumnSums, LaneSums, RowSums,  SadUntil,
-                          FadeQ16, FadeRows,   Average,  SwapPairs};
+                          FadeQ16, FadeRows,   Average,  CopyRows, SwapPairs};
 
 }  // namespace
 
