@@ -238,19 +238,23 @@ void RowSums(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows, std:
 std::uint32_t SadUntil(const std::uint32_t* a, const std::uint32_t* b, std::int32_t m,
                        std::uint32_t limit) {
   // vld4 loads 16 entries at once, spread over four vectors in the same way for a and b,
-  // so that each entry still meets its partner.
+  // so that each entry still meets its partner. Half a block at a time: a whole block's
+  // loads would need more registers than there are and spill.
   std::uint32_t sad = 0;
   std::int32_t i = 0;
-  for (; i + 32 <= m && sad < limit; i += 32) {
-    const uint32x4x4_t a0 = vld4q_u32(a + i), b0 = vld4q_u32(b + i);
-    const uint32x4x4_t a1 = vld4q_u32(a + i + 16), b1 = vld4q_u32(b + i + 16);
-    uint32x4_t s0 = vabdq_u32(a0.val[0], b0.val[0]), s1 = vabdq_u32(a0.val[1], b0.val[1]);
-    s0 = vabaq_u32(s0, a0.val[2], b0.val[2]);
-    s1 = vabaq_u32(s1, a0.val[3], b0.val[3]);
-    s0 = vabaq_u32(s0, a1.val[0], b1.val[0]);
-    s1 = vabaq_u32(s1, a1.val[1], b1.val[1]);
-    s0 = vabaq_u32(s0, a1.val[2], b1.val[2]);
-    s1 = vabaq_u32(s1, a1.val[3], b1.val[3]);
+  const std::int32_t full = m & ~31;
+  for (; i < full; i += 32) {
+    if (sad >= limit) return sad;
+    uint32x4x4_t va = vld4q_u32(a + i), vb = vld4q_u32(b + i);
+    uint32x4_t s0 = vabdq_u32(va.val[0], vb.val[0]), s1 = vabdq_u32(va.val[1], vb.val[1]);
+    s0 = vabaq_u32(s0, va.val[2], vb.val[2]);
+    s1 = vabaq_u32(s1, va.val[3], vb.val[3]);
+    va = vld4q_u32(a + i + 16);
+    vb = vld4q_u32(b + i + 16);
+    s0 = vabaq_u32(s0, va.val[0], vb.val[0]);
+    s1 = vabaq_u32(s1, va.val[1], vb.val[1]);
+    s0 = vabaq_u32(s0, va.val[2], vb.val[2]);
+    s1 = vabaq_u32(s1, va.val[3], vb.val[3]);
     sad += SumLanes(vaddq_u32(s0, s1));
   }
   if (sad >= limit || i == m) return sad;
