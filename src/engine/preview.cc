@@ -53,6 +53,64 @@ void PairChroma(const Sampler& src, std::int32_t sx, std::int32_t sy, std::int32
   src.Chroma(sx + scale, sy, &unused, v);
 }
 
+// floor(a / b) for b > 0.
+constexpr std::int64_t FloorDiv(std::int64_t a, std::int64_t b) {
+  return a >= 0 ? a / b : -((-a + b - 1) / b);
+}
+
+// Target columns [lo, hi) within [x0, x1) whose source column left + (tx - d_left) * scale
+// lies in [0, width).
+struct Columns {
+  std::int32_t lo, hi;
+};
+Columns SourceColumns(std::int32_t x0, std::int32_t x1, std::int32_t d_left, std::int32_t left,
+                      std::int32_t scale, std::int32_t width) {
+  const std::int64_t lo = d_left - FloorDiv(left, scale);  // d_left + ceil(-left / scale)
+  const std::int64_t hi = d_left + FloorDiv(std::int64_t{width} - 1 - left, scale) + 1;
+  return Columns{static_cast<std::int32_t>(std::clamp<std::int64_t>(lo, x0, x1)),
+                 static_cast<std::int32_t>(std::clamp<std::int64_t>(hi, x0, x1))};
+}
+
+// Semi-planar to semi-planar, the host's case: the same samples as the general loop, row
+// by row over the columns whose source lies inside the frame, without a bounds test and a
+// format test per pixel.
+void DownSampleSemiPlanar(const ZMOSIMAGE& src, const ZMOSRECT& s, ZMOSIMAGE& dst,
+                          const ZMOSRECT& d, std::int32_t scale_x, std::int32_t scale_y,
+                          std::int32_t x0, std::int32_t y0, std::int32_t x1, std::int32_t y1) {
+  const Columns cols = SourceColumns(x0, x1, d.lLeft, s.lLeft, scale_x, src.lWidth);
+  if (cols.lo >= cols.hi) return;
+  auto source_row = [&](std::int32_t ty) {
+    return std::int64_t{s.lTop} + (std::int64_t{ty} - d.lTop) * scale_y;
+  };
+  const std::int64_t sx0 = std::int64_t{s.lLeft} + (std::int64_t{cols.lo} - d.lLeft) * scale_x;
+  for (std::int32_t ty = y0; ty < y1; ++ty) {
+    const std::int64_t sy = source_row(ty);
+    if (sy < 0 || sy >= src.lHeight) continue;
+    const std::uint8_t* in = src.pPlane[0] + sy * src.lPitch[0] + sx0;
+    std::uint8_t* out = dst.pPlane[0] + std::int64_t{ty} * dst.lPitch[0];
+    for (std::int32_t tx = cols.lo; tx < cols.hi; ++tx, in += scale_x) out[tx] = *in;
+  }
+  // One chroma pair per 2 x 2 block (2 x 1 for 0x803), taken from the source pair that
+  // holds the block's first sample; NV21 (0x802) keeps V before U, the others U before V.
+  const bool full_rows = dst.dwFormat == 0x803;
+  const bool swap = (src.dwFormat == 0x802) != (dst.dwFormat == 0x802);
+  const std::int32_t first = std::max(x0 + (x0 & 1), cols.lo + (cols.lo & 1));
+  for (std::int32_t ty = y0; ty < y1; ty += full_rows ? 1 : 2) {
+    if (!full_rows && (ty & 1)) ++ty;
+    if (ty >= y1) break;
+    const std::int64_t sy = source_row(ty);
+    if (sy < 0 || sy >= src.lHeight) continue;
+    const std::uint8_t* in = src.pPlane[1] + (src.dwFormat == 0x803 ? sy : sy / 2) * src.lPitch[1];
+    std::uint8_t* out = dst.pPlane[1] + std::int64_t{full_rows ? ty : ty / 2} * dst.lPitch[1];
+    std::int64_t sx = std::int64_t{s.lLeft} + (std::int64_t{first} - d.lLeft) * scale_x;
+    for (std::int32_t tx = first; tx < cols.hi; tx += 2, sx += 2 * std::int64_t{scale_x}) {
+      const std::uint8_t* pair = in + (sx & ~std::int64_t{1});
+      out[tx] = pair[swap ? 1 : 0];
+      out[tx + 1] = pair[swap ? 0 : 1];
+    }
+  }
+}
+
 bool Sampleable(const ZMOSIMAGE& img) {
   const std::uint32_t f = img.dwFormat;
   if (img.pPlane[0] == nullptr) return false;
@@ -88,6 +146,10 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
   const std::int32_t x0 = std::max(d.lLeft, 0), y0 = std::max(d.lTop, 0);
   const std::int32_t x1 = std::min(d.lRight, Even(pDst->lWidth));
   const std::int32_t y1 = std::min(d.lBottom, Even(pDst->lHeight));
+  if (!src.packed() && !dst.packed()) {
+    DownSampleSemiPlanar(*pSrc, s, *pDst, d, lScaleX, lScaleY, x0, y0, x1, y1);
+    return ZMOS_OK;
+  }
   auto source = [&](std::int32_t tx, std::int32_t ty, std::int32_t* sx, std::int32_t* sy) {
     *sx = s.lLeft + (tx - d.lLeft) * lScaleX;
     *sy = s.lTop + (ty - d.lTop) * lScaleY;

@@ -54,6 +54,56 @@ TEST(Preview, DownSampleTakesEachSampleFromItsOwnSourcePixel) {
   }
 }
 
+// Semi-planar to semi-planar with rectangles that reach past the source on any side: a
+// target pixel (x, y) of the target rectangle shows source pixel (l + (x - dl) s, t + (y -
+// dt) s) when that lies in the frame and is left alone otherwise; each 2 x 2 block (2 x 1
+// for 0x803) takes the chroma pair of its first pixel's source, in the target's order.
+TEST(Preview, SemiPlanarDownSampleFollowsEachTargetPixelToItsSource) {
+  Rng rng(6);
+  const std::uint32_t formats[] = {0x801u, 0x802u, 0x803u};
+  for (int trial = 0; trial < 120; ++trial) {
+    const std::uint32_t sf = formats[rng.Range(0, 2)], df = formats[rng.Range(0, 2)];
+    const int s = rng.Range(1, 6), sw = 2 * rng.Range(4, 40), sh = 2 * rng.Range(4, 30);
+    const int tw = 2 * rng.Range(2, 20), th = 2 * rng.Range(2, 12);
+    SCOPED_TRACE(testing::Message() << trial << ": " << sf << " -> " << df << " x" << s);
+    GuardedImage src(sf, sw, sh, 3, trial), dst(df, tw, th, 2, trial + 7);
+    GuardedImage before(df, tw, th, 2, trial + 7);
+    const ZMOSRECT sr{rng.Range(-3 * s, sw / 2), rng.Range(-3 * s, sh / 2), sw, sh};
+    const ZMOSRECT dr{rng.Range(-2, tw / 2), rng.Range(-2, th / 2), rng.Range(tw / 2, tw + 4),
+                      rng.Range(th / 2, th + 4)};
+    ASSERT_EQ(DownSampleImage(src.get(), &sr, dst.get(), &dr, s, s, 0), 0);
+    auto source = [&](int x, int y, int* sx, int* sy) {
+      *sx = sr.lLeft + (x - dr.lLeft) * s;
+      *sy = sr.lTop + (y - dr.lTop) * s;
+      return x >= dr.lLeft && y >= dr.lTop && x < dr.lRight && y < dr.lBottom && *sx >= 0 &&
+             *sy >= 0 && *sx < sw && *sy < sh;
+    };
+    for (int y = 0; y < th; ++y)
+      for (int x = 0; x < tw; ++x) {
+        int sx, sy;
+        const std::uint8_t want = source(x, y, &sx, &sy) ? src.at(0, sx, sy) : before.at(0, x, y);
+        ASSERT_EQ(dst.at(0, x, y), want) << x << "," << y;
+      }
+    const bool full = df == 0x803;
+    for (int y = 0; y < th; y += full ? 1 : 2)
+      for (int x = 0; x < tw; x += 2) {
+        const int cy = full ? y : y / 2;
+        int sx, sy;
+        if (!source(x, y, &sx, &sy)) {
+          ASSERT_EQ(dst.at(1, x, cy), before.at(1, x, cy)) << x << "," << y;
+          ASSERT_EQ(dst.at(1, x + 1, cy), before.at(1, x + 1, cy)) << x << "," << y;
+          continue;
+        }
+        const int row = sf == 0x803 ? sy : sy / 2, col = sx / 2 * 2;
+        const std::uint8_t first = src.at(1, col, row), second = src.at(1, col + 1, row);
+        const std::uint8_t u = sf == 0x802 ? second : first, v = sf == 0x802 ? first : second;
+        ASSERT_EQ(dst.at(1, x, cy), df == 0x802 ? v : u) << x << "," << y;
+        ASSERT_EQ(dst.at(1, x + 1, cy), df == 0x802 ? u : v) << x << "," << y;
+      }
+    EXPECT_TRUE(dst.GuardsIntact());
+  }
+}
+
 TEST(Preview, DownSampleRefusesOnlyUnknownSources) {
   GuardedImage nv21(ZMOS_FORMAT_NV21, 64, 32), i420(ZMOS_FORMAT_I420, 64, 32);
   GuardedImage target(ZMOS_FORMAT_NV21, 16, 8), odd_target(ZMOS_FORMAT_I420, 16, 8);
