@@ -33,18 +33,24 @@ void AddColumns64(const std::uint8_t* p, std::ptrdiff_t step, std::int32_t rows,
   uint16x8_t l1 = vmovl_u8(vget_low_u8(v.val[1])), h1 = vmovl_u8(vget_high_u8(v.val[1]));
   uint16x8_t l2 = vmovl_u8(vget_low_u8(v.val[2])), h2 = vmovl_u8(vget_high_u8(v.val[2]));
   uint16x8_t l3 = vmovl_u8(vget_low_u8(v.val[3])), h3 = vmovl_u8(vget_high_u8(v.val[3]));
-  for (std::int32_t y = 1; y < rows; ++y) {
-    p += step;
-    v = vld4q_u8(p);
-    l0 = vaddw_u8(l0, vget_low_u8(v.val[0]));
-    h0 = vaddw_u8(h0, vget_high_u8(v.val[0]));
-    l1 = vaddw_u8(l1, vget_low_u8(v.val[1]));
-    h1 = vaddw_u8(h1, vget_high_u8(v.val[1]));
-    l2 = vaddw_u8(l2, vget_low_u8(v.val[2]));
-    h2 = vaddw_u8(h2, vget_high_u8(v.val[2]));
-    l3 = vaddw_u8(l3, vget_low_u8(v.val[3]));
-    h3 = vaddw_u8(h3, vget_high_u8(v.val[3]));
+  auto add = [&](const uint8x16x4_t& r) {
+    l0 = vaddw_u8(l0, vget_low_u8(r.val[0]));
+    h0 = vaddw_u8(h0, vget_high_u8(r.val[0]));
+    l1 = vaddw_u8(l1, vget_low_u8(r.val[1]));
+    h1 = vaddw_u8(h1, vget_high_u8(r.val[1]));
+    l2 = vaddw_u8(l2, vget_low_u8(r.val[2]));
+    h2 = vaddw_u8(h2, vget_high_u8(r.val[2]));
+    l3 = vaddw_u8(l3, vget_low_u8(r.val[3]));
+    h3 = vaddw_u8(h3, vget_high_u8(r.val[3]));
+  };
+  // Two rows a turn share the loop's own instructions.
+  std::int32_t y = 1;
+  for (; y + 2 <= rows; y += 2) {
+    add(vld4q_u8(p + step));
+    p += 2 * step;
+    add(vld4q_u8(p));
   }
+  if (y < rows) add(vld4q_u8(p + step));
   std::uint16_t sums[64];
   const uint16x8x4_t low = {{l0, l1, l2, l3}}, high = {{h0, h1, h2, h3}};
   vst4q_u16(sums, low);  // clang's vst4q_u16 is a macro: no braces in its arguments
