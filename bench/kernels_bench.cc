@@ -88,6 +88,33 @@ void Fade(benchmark::State& state, const KernelSet* k) {
   state.SetBytesProcessed(state.iterations() * kBand * kH);
 }
 
+void FadeRows(benchmark::State& state, const KernelSet* k) {
+  // A narrow overlap as at 640x480 (seven bytes a row) or a wider one, every row.
+  const int n = static_cast<int>(state.range(0));
+  std::vector<std::uint16_t> ws(n), wf(n);
+  for (int i = 0; i < n; ++i) {
+    ws[i] = static_cast<std::uint16_t>(i * 65535 / n);
+    wf[i] = static_cast<std::uint16_t>(65535 - ws[i]);
+  }
+  std::vector<std::uint8_t> first(Luma().begin(), Luma().begin() + kW * kH);
+  for (auto _ : state) {
+    k->fade_rows(first.data(), kW, Luma().data() + 1, kW, kH, ws.data(), wf.data(), n);
+    benchmark::DoNotOptimize(first.data());
+  }
+  state.SetBytesProcessed(state.iterations() * n * kH);
+}
+
+void CopyRows(benchmark::State& state, const KernelSet* k) {
+  // A strip a kept frame lays on the canvas, `n` bytes wide, every row.
+  const int n = static_cast<int>(state.range(0));
+  std::vector<std::uint8_t> canvas(static_cast<std::size_t>(kW) * kH);
+  for (auto _ : state) {
+    k->copy_rows(canvas.data() + 3, kW, Luma().data() + 5, kW, kH, n);
+    benchmark::DoNotOptimize(canvas.data());
+  }
+  state.SetBytesProcessed(state.iterations() * n * kH);
+}
+
 [[maybe_unused]] const bool registered = [] {
   for (const KernelSet* k : lumivex::kernels::Available()) {
     const std::string set = k->name;
@@ -96,6 +123,8 @@ void Fade(benchmark::State& state, const KernelSet* k) {
     benchmark::RegisterBenchmark(("BM_RowSums/" + set).c_str(), RowSums, k)->Arg(13)->Arg(213);
     benchmark::RegisterBenchmark(("BM_SadSearch/" + set).c_str(), SadSearch, k);
     benchmark::RegisterBenchmark(("BM_Fade/" + set).c_str(), Fade, k);
+    benchmark::RegisterBenchmark(("BM_FadeRows/" + set).c_str(), FadeRows, k)->Arg(7)->Arg(40);
+    benchmark::RegisterBenchmark(("BM_CopyRows/" + set).c_str(), CopyRows, k)->Arg(24)->Arg(200);
   }
   return true;
 }();

@@ -339,15 +339,22 @@ void CopyRows(std::uint8_t* d, std::ptrdiff_t d_step, const std::uint8_t* s, std
               std::int32_t rows, std::int64_t n) {
   if (n > 64 || n < 4) return Reference().copy_rows(d, d_step, s, s_step, rows, n);
   const auto m = static_cast<std::int32_t>(n);
-  if (m >= 16) {
-    const std::int32_t b = m > 32 ? 16 : m - 16, c = m > 48 ? 32 : m - 16, e = m - 16;
+  if (m > 32) {
+    const std::int32_t c = m > 48 ? 32 : m - 16, e = m - 16;
     for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const uint8x16_t v0 = vld1q_u8(s), v1 = vld1q_u8(s + b), v2 = vld1q_u8(s + c);
+      const uint8x16_t v0 = vld1q_u8(s), v1 = vld1q_u8(s + 16), v2 = vld1q_u8(s + c);
       const uint8x16_t v3 = vld1q_u8(s + e);
       vst1q_u8(d, v0);
-      vst1q_u8(d + b, v1);
+      vst1q_u8(d + 16, v1);
       vst1q_u8(d + c, v2);
       vst1q_u8(d + e, v3);
+    }
+  } else if (m >= 16) {
+    const std::int32_t e = m - 16;
+    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
+      const uint8x16_t v0 = vld1q_u8(s), v1 = vld1q_u8(s + e);
+      vst1q_u8(d, v0);
+      vst1q_u8(d + e, v1);
     }
   } else if (m >= 8) {
     for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
