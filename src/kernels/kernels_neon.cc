@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "src/kernels/copy_rows_inl.h"
+
 namespace lumivex::kernels {
 namespace {
 
@@ -333,44 +335,11 @@ void Average(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
   vst1q_u8(f + n - 16, last);
 }
 
-// Rows up to 64 bytes: every piece of a row is loaded before any is stored (overlapping
-// pieces cover the ends), so a row moves as memmove moves it. Longer rows go to memmove.
+// Rows up to 64 bytes in vectors; longer rows go to memmove.
 void CopyRows(std::uint8_t* d, std::ptrdiff_t d_step, const std::uint8_t* s, std::ptrdiff_t s_step,
               std::int32_t rows, std::int64_t n) {
   if (n > 64 || n < 4) return Reference().copy_rows(d, d_step, s, s_step, rows, n);
-  const auto m = static_cast<std::int32_t>(n);
-  if (m > 32) {
-    const std::int32_t c = m > 48 ? 32 : m - 16, e = m - 16;
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const uint8x16_t v0 = vld1q_u8(s), v1 = vld1q_u8(s + 16), v2 = vld1q_u8(s + c);
-      const uint8x16_t v3 = vld1q_u8(s + e);
-      vst1q_u8(d, v0);
-      vst1q_u8(d + 16, v1);
-      vst1q_u8(d + c, v2);
-      vst1q_u8(d + e, v3);
-    }
-  } else if (m >= 16) {
-    const std::int32_t e = m - 16;
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const uint8x16_t v0 = vld1q_u8(s), v1 = vld1q_u8(s + e);
-      vst1q_u8(d, v0);
-      vst1q_u8(d + e, v1);
-    }
-  } else if (m >= 8) {
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const uint8x8_t v0 = vld1_u8(s), v1 = vld1_u8(s + m - 8);
-      vst1_u8(d, v0);
-      vst1_u8(d + m - 8, v1);
-    }
-  } else {
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      std::uint32_t v0, v1;
-      std::memcpy(&v0, s, 4);
-      std::memcpy(&v1, s + m - 4, 4);
-      std::memcpy(d, &v0, 4);
-      std::memcpy(d + m - 4, &v1, 4);
-    }
-  }
+  CopyShortRows<uint8x16_t, uint8x8_t>(d, d_step, s, s_step, rows, static_cast<std::int32_t>(n));
 }
 
 void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {

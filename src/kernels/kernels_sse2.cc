@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+#include "src/kernels/copy_rows_inl.h"
+
 namespace lumivex::kernels {
 namespace {
 
@@ -244,42 +246,11 @@ void Average(std::uint8_t* f, const std::uint8_t* s, std::int32_t n) {
   Store(f + n - 16, last);
 }
 
-// Rows up to 64 bytes: every piece of a row is loaded before any is stored (overlapping
-// pieces cover the ends), so a row moves as memmove moves it. Longer rows go to memmove.
+// Rows up to 64 bytes in vectors; longer rows go to memmove.
 void CopyRows(std::uint8_t* d, std::ptrdiff_t d_step, const std::uint8_t* s, std::ptrdiff_t s_step,
               std::int32_t rows, std::int64_t n) {
   if (n > 64 || n < 4) return Reference().copy_rows(d, d_step, s, s_step, rows, n);
-  const auto m = static_cast<std::int32_t>(n);
-  if (m > 32) {
-    const std::int32_t c = m > 48 ? 32 : m - 16, e = m - 16;
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const __m128i v0 = Load(s), v1 = Load(s + 16), v2 = Load(s + c), v3 = Load(s + e);
-      Store(d, v0);
-      Store(d + 16, v1);
-      Store(d + c, v2);
-      Store(d + e, v3);
-    }
-  } else if (m >= 16) {
-    const std::int32_t e = m - 16;
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const __m128i v0 = Load(s), v1 = Load(s + e);
-      Store(d, v0);
-      Store(d + e, v1);
-    }
-  } else if (m >= 8) {
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const __m128i v0 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s));
-      const __m128i v1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + m - 8));
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(d), v0);
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(d + m - 8), v1);
-    }
-  } else {
-    for (std::int32_t y = 0; y < rows; ++y, d += d_step, s += s_step) {
-      const __m128i v0 = Load4(s), v1 = Load4(s + m - 4);
-      Store4(d, v0);
-      Store4(d + m - 4, v1);
-    }
-  }
+  CopyShortRows<__m128i, std::uint64_t>(d, d_step, s, s_step, rows, static_cast<std::int32_t>(n));
 }
 
 void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {

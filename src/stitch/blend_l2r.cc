@@ -246,12 +246,15 @@ std::int32_t InterleavedChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const 
   const std::uint16_t* ws = side == 0 ? fade.up : fade.down;
   const std::uint16_t* wf = side == 0 ? fade.down : fade.up;
   std::uint8_t swapped[FadeWeights::kMax];  // a crosswise row in the first image's order
-  // Straight rows all take the same weights: one call does them.
-  if (straight && !o.crosswise && range.lo < range.hi) {
+  // Straight rows all take the same weights: one call does them, and the row loop below
+  // is left with nothing to do unless a kept odd byte follows.
+  const bool in_one_call = straight && !o.crosswise;
+  if (in_one_call && range.lo < range.hi) {
     kern.fade_rows(a.Row(o.row1 + range.lo) + o.left, a.pitch, b.Row(o.row2 + range.lo) + o.x,
                    b.pitch, static_cast<std::int32_t>(range.hi - range.lo), ws, wf, w);
   }
-  for (std::int64_t i = range.lo; i < range.hi; ++i) {
+  const bool rows_left = !in_one_call || (side != 0 && w < o.width);
+  for (std::int64_t i = range.lo; rows_left && i < range.hi; ++i) {
     std::uint8_t* f = a.Row(o.row1 + i) + o.left;
     const std::uint8_t* srow = b.Row(o.row2 + i);
     auto second_byte = [&](std::int64_t k) -> const std::uint8_t* {
