@@ -83,8 +83,24 @@ void SwapPairsRef(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs
   }
 }
 
-constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef, RowSumsRef,  SadUntilRef,
-                               FadeQ16Ref,  FadeRowsRef,   AverageRef,  CopyRowsRef, SwapPairsRef};
+std::uint32_t BlockSadRef(const std::uint8_t* a, std::ptrdiff_t a_step, const std::uint8_t* b,
+                          std::ptrdiff_t b_step, std::int32_t rows, std::int32_t n,
+                          std::int32_t bias, std::uint32_t limit) {
+  std::uint32_t sad = 0;
+  for (std::int32_t y = 0; y < rows; ++y, a += a_step, b += b_step) {
+    if ((y & 7) == 0 && y > 0 && sad >= limit) break;
+    for (std::int32_t x = 0; x < n; ++x) {
+      const std::int32_t v = a[x] + bias;
+      const std::int32_t moved = v < 0 ? 0 : v > 255 ? 255 : v;
+      sad += static_cast<std::uint32_t>(moved > b[x] ? moved - b[x] : b[x] - moved);
+    }
+  }
+  return sad;
+}
+
+constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef,  RowSumsRef,
+                               SadUntilRef, FadeQ16Ref,    FadeRowsRef,  AverageRef,
+                               CopyRowsRef, SwapPairsRef,  BlockSadRef};
 
 // The vector kernels read pixels as little-endian lanes.
 [[maybe_unused]] bool LittleEndian() {

@@ -59,6 +59,14 @@ struct KernelSet {
   // dst[2i] = src[2i + 1], dst[2i + 1] = src[2i] for i in [0, pairs): interleaved chroma
   // moved into the other phase.
   void (*swap_pairs)(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs);
+
+  // Sum over `rows` rows of n bytes (rows `a_step` and `b_step` bytes apart) of
+  // |clamp(a + bias, 0, 255) - b|, bias in [-255, 255]: two windows compared with one's
+  // brightness moved to the other's. Stops after a multiple of 8 rows once the partial
+  // sum reaches `limit` (and returns it). rows * n below 2^24, so the sum never wraps.
+  std::uint32_t (*block_sad)(const std::uint8_t* a, std::ptrdiff_t a_step, const std::uint8_t* b,
+                             std::ptrdiff_t b_step, std::int32_t rows, std::int32_t n,
+                             std::int32_t bias, std::uint32_t limit);
 };
 
 // Thirty-two zero bytes then thirty-two 0xFF, for the kernels that read a row's last

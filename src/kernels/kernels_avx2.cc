@@ -231,8 +231,41 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   Store(dst + 2 * pairs - 32, last);
 }
 
-constexpr KernelSet kAvx2{"avx2",  ColumnSums, LaneSums, RowSums,  SadUntil,
-                          FadeQ16, FadeRows,   Average,  CopyRows, SwapPairs};
+std::uint32_t BlockSad(const std::uint8_t* a, std::ptrdiff_t a_step, const std::uint8_t* b,
+                       std::ptrdiff_t b_step, std::int32_t rows, std::int32_t n,
+                       std::int32_t bias, std::uint32_t limit) {
+  if (n < 32) return Sse2Set()->block_sad(a, a_step, b, b_step, rows, n, bias, limit);
+  // Saturating adds are the clamp: one of the two is zero.
+  const __m256i up = _mm256_set1_epi8(static_cast<char>(bias > 0 ? bias : 0));
+  const __m256i down = _mm256_set1_epi8(static_cast<char>(bias < 0 ? -bias : 0));
+  const std::int32_t r = n & 31;
+  // The last partial block as a load overlapping the one before, its first 32 - r bytes
+  // masked to zero on both sides.
+  const __m256i mask = Load(kTailMask + r);
+  __m256i acc = _mm256_setzero_si256();
+  auto total = [&acc] {
+    const __m128i half = _mm_add_epi64(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
+    return static_cast<std::uint32_t>(_mm_cvtsi128_si32(half) +
+                                      _mm_cvtsi128_si32(_mm_unpackhi_epi64(half, half)));
+  };
+  for (std::int32_t y = 0; y < rows; ++y, a += a_step, b += b_step) {
+    if ((y & 7) == 0 && y > 0 && total() >= limit) break;
+    std::int32_t x = 0;
+    for (; x + 32 <= n; x += 32) {
+      const __m256i va = _mm256_subs_epu8(_mm256_adds_epu8(Load(a + x), up), down);
+      acc = _mm256_add_epi64(acc, _mm256_sad_epu8(va, Load(b + x)));
+    }
+    if (r != 0) {
+      const __m256i va = _mm256_subs_epu8(_mm256_adds_epu8(Load(a + n - 32), up), down);
+      acc = _mm256_add_epi64(acc, _mm256_sad_epu8(_mm256_and_si256(va, mask),
+                                                  _mm256_and_si256(Load(b + n - 32), mask)));
+    }
+  }
+  return total();
+}
+
+constexpr KernelSet kAvx2{"avx2",   ColumnSums, LaneSums, RowSums,  SadUntil, FadeQ16,
+                          FadeRows, Average,    CopyRows, SwapPairs, BlockSad};
 
 }  // namespace
 

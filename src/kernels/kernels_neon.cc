@@ -357,8 +357,47 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   vst1q_u8(dst + 2 * pairs - 16, last);
 }
 
-constexpr KernelSet kNeon{"neon",  ColumnSums, LaneSums, RowSums,  SadUntil,
-                          FadeQ16, FadeRows,   Average,  CopyRows, SwapPairs};
+std::uint32_t BlockSad(const std::uint8_t* a, std::ptrdiff_t a_step, const std::uint8_t* b,
+                       std::ptrdiff_t b_step, std::int32_t rows, std::int32_t n,
+                       std::int32_t bias, std::uint32_t limit) {
+  if (n < 16) return Reference().block_sad(a, a_step, b, b_step, rows, n, bias, limit);
+  // Saturating adds are the clamp: one of the two is zero.
+  const uint8x16_t up = vdupq_n_u8(static_cast<std::uint8_t>(bias > 0 ? bias : 0));
+  const uint8x16_t down = vdupq_n_u8(static_cast<std::uint8_t>(bias < 0 ? -bias : 0));
+  const std::int32_t r = n & 15;
+  // The last partial block as a load overlapping the one before, its first 16 - r bytes
+  // masked off.
+  const uint8x16_t mask = vld1q_u8(kTailMask + 16 + r);
+  uint32x4_t total = vdupq_n_u32(0);
+  auto sum = [&total] {
+    const uint64x2_t pairs = vpaddlq_u32(total);
+    return static_cast<std::uint32_t>(vgetq_lane_u64(pairs, 0) + vgetq_lane_u64(pairs, 1));
+  };
+  for (std::int32_t y = 0; y < rows; ++y, a += a_step, b += b_step) {
+    if ((y & 7) == 0 && y > 0 && sum() >= limit) break;
+    std::int32_t x = 0;
+    // Sixteen-bit lanes gain at most 510 a block: flushed every 2048 bytes.
+    while (x + 16 <= n) {
+      uint16x8_t acc = vdupq_n_u16(0);
+      const std::int32_t end = Min(n & ~15, x + 2048);
+      for (; x < end; x += 16) {
+        const uint8x16_t va = vqsubq_u8(vqaddq_u8(vld1q_u8(a + x), up), down);
+        acc = vpadalq_u8(acc, vabdq_u8(va, vld1q_u8(b + x)));
+      }
+      total = vpadalq_u16(total, acc);
+    }
+    if (r != 0) {
+      uint16x8_t acc = vdupq_n_u16(0);
+      const uint8x16_t va = vqsubq_u8(vqaddq_u8(vld1q_u8(a + n - 16), up), down);
+      acc = vpadalq_u8(acc, vandq_u8(vabdq_u8(va, vld1q_u8(b + n - 16)), mask));
+      total = vpadalq_u16(total, acc);
+    }
+  }
+  return sum();
+}
+
+constexpr KernelSet kNeon{"neon",   ColumnSums, LaneSums, RowSums,  SadUntil, FadeQ16,
+                          FadeRows, Average,    CopyRows, SwapPairs, BlockSad};
 
 }  // namespace
 

@@ -268,8 +268,41 @@ void SwapPairs(std::uint8_t* dst, const std::uint8_t* src, std::int64_t pairs) {
   Store(dst + 2 * pairs - 16, last);
 }
 
-constexpr KernelSet kSse2{"sse2",  ColumnSums, LaneSums, RowSums,  SadUntil,
-                          FadeQ16, FadeRows,   Average,  CopyRows, SwapPairs};
+std::uint32_t Total(__m128i acc) {
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(acc) +
+                                    _mm_cvtsi128_si32(_mm_unpackhi_epi64(acc, acc)));
+}
+
+std::uint32_t BlockSad(const std::uint8_t* a, std::ptrdiff_t a_step, const std::uint8_t* b,
+                       std::ptrdiff_t b_step, std::int32_t rows, std::int32_t n,
+                       std::int32_t bias, std::uint32_t limit) {
+  if (n < 16) return Reference().block_sad(a, a_step, b, b_step, rows, n, bias, limit);
+  // Saturating adds are the clamp: one of the two is zero.
+  const __m128i up = _mm_set1_epi8(static_cast<char>(bias > 0 ? bias : 0));
+  const __m128i down = _mm_set1_epi8(static_cast<char>(bias < 0 ? -bias : 0));
+  const std::int32_t r = n & 15;
+  // The last partial block as a load overlapping the one before, its first 16 - r bytes
+  // masked to zero on both sides.
+  const __m128i mask = Load(kTailMask + 16 + r);
+  __m128i acc = _mm_setzero_si128();
+  for (std::int32_t y = 0; y < rows; ++y, a += a_step, b += b_step) {
+    if ((y & 7) == 0 && y > 0 && Total(acc) >= limit) break;
+    std::int32_t x = 0;
+    for (; x + 16 <= n; x += 16) {
+      const __m128i va = _mm_subs_epu8(_mm_adds_epu8(Load(a + x), up), down);
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(va, Load(b + x)));
+    }
+    if (r != 0) {
+      const __m128i va = _mm_subs_epu8(_mm_adds_epu8(Load(a + n - 16), up), down);
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(_mm_and_si128(va, mask),
+                                            _mm_and_si128(Load(b + n - 16), mask)));
+    }
+  }
+  return Total(acc);
+}
+
+constexpr KernelSet kSse2{"sse2",   ColumnSums, LaneSums, RowSums,  SadUntil, FadeQ16,
+                          FadeRows, Average,    CopyRows, SwapPairs, BlockSad};
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -280,6 +281,39 @@ GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Kernels);
 
 // The set in use is the last one this machine can run; a build with reference kernels
 // only runs nothing else.
+// The block SAD from its contract: |clamp(a + bias) - b| over the rows, stopping after a
+// multiple of 8 rows once the partial sum reaches the limit.
+std::uint32_t BlockSadModel(const std::uint8_t* a, std::ptrdiff_t as, const std::uint8_t* b,
+                            std::ptrdiff_t bs, int rows, int n, int bias, std::uint32_t limit) {
+  std::uint32_t sum = 0;
+  for (int y = 0; y < rows; ++y) {
+    if (y > 0 && y % 8 == 0 && sum >= limit) break;
+    for (int x = 0; x < n; ++x)
+      sum += static_cast<std::uint32_t>(std::abs(std::clamp(a[y * as + x] + bias, 0, 255) - b[y * bs + x]));
+  }
+  return sum;
+}
+
+TEST_P(Kernels, BlockSadStopsOnlyWhereTheModelDoes) {
+  Rng rng(9);
+  for (int trial = 0; trial < 400; ++trial) {
+    const int n = trial % 7 == 0 ? rng.Range(100, 300) : rng.Range(1, 80);
+    const int rows = rng.Range(1, 70);
+    const int as = n + rng.Range(0, 19), bs = trial % 9 == 0 ? 0 : n + rng.Range(0, 19);
+    const int bias = trial % 11 == 0 ? (trial % 2 ? 255 : -255) : rng.Range(-60, 60);
+    const std::size_t abytes = static_cast<std::size_t>(as) * (rows - 1) + n;
+    const std::size_t bbytes = static_cast<std::size_t>(bs) * (rows - 1) + n;
+    Guarded a(abytes), b(bbytes);
+    Fill(a.bytes(), abytes, rng, trial);
+    Fill(b.bytes(), bbytes, rng, trial + 1);
+    const std::uint32_t full = BlockSadModel(a.bytes(), as, b.bytes(), bs, rows, n, bias, UINT32_MAX);
+    const std::uint32_t limit = trial % 4 == 0 ? UINT32_MAX : rng.Next() % (full + 2);
+    const std::uint32_t want = BlockSadModel(a.bytes(), as, b.bytes(), bs, rows, n, bias, limit);
+    ASSERT_EQ(fast().block_sad(a.bytes(), as, b.bytes(), bs, rows, n, bias, limit), want)
+        << n << " x " << rows << " bias " << bias << " limit " << limit;
+  }
+}
+
 TEST(KernelChoice, ActiveIsTheFastestAvailable) {
   const auto sets = Available();
   ASSERT_FALSE(sets.empty());
