@@ -2,6 +2,7 @@
 // frame becomes the previous one) for the plain, frame-to-frame and reference-frame
 // trackers. Every match passes the previous frame's projection first.
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <utility>
@@ -150,6 +151,50 @@ std::int32_t MovedProjection(ZMOSVideoTracker* t, const ZMOSIMAGE* image, const 
   for (std::int32_t k = 0; k < n; ++k) third[k] = cur[k] + third[k] - fourth[k];
   *signal = third;
   return ZMOS_OK;
+}
+
+// The current projection for matching against the reference `prev`: as it is, or under
+// a policy that matches across exposure changes, scaled (into the second scratch array)
+// so that the two agree in mean where they overlap at `off` (prev[x] against
+// cur[x - off]); as it is also when they already agree within a quarter of a percent.
+const std::uint32_t* AtReferenceExposure(const lumivex::Policy& policy, ZMOSVideoTracker* t,
+                                         const std::uint32_t* prev, const std::uint32_t* cur,
+                                         std::int32_t len, std::int32_t off) {
+  if (!policy.match_across_exposure || len <= 0) return cur;
+  const std::int64_t lo = std::max<std::int64_t>(off, 0);
+  const std::int64_t hi = std::min<std::int64_t>(len, std::int64_t{len} + off);
+  if (hi - lo < 8) return cur;
+  std::uint64_t sp = 0, sc = 0;
+  for (std::int64_t x = lo; x < hi; ++x) {
+    sp += prev[x];
+    sc += cur[x - off];
+  }
+  if (sp == 0 || sc == 0) return cur;
+  // Q16; sums of at most 8192 entries of 32 bits stay below 2^45, so the shift fits.
+  const std::uint64_t ratio = std::min<std::uint64_t>((sp << 16) / sc, std::uint64_t{1} << 24);
+  if (ratio > 65536 - 164 && ratio < 65536 + 164) return cur;
+  std::uint32_t* out = t->pScratch[1];
+  for (std::int32_t x = 0; x < len; ++x)
+    out[x] = static_cast<std::uint32_t>(
+        std::min<std::uint64_t>((std::uint64_t{cur[x]} * ratio + 32768) >> 16, UINT32_MAX));
+  return out;
+}
+
+// Under a policy that matches across exposure changes: the match just made (`*off`) tells
+// where the two projections overlap; if their exposures differ there, the current one is
+// brought to the reference's and matched again near that place, since a scaled projection
+// with a brightness slope matches best a few pixels toward its bright side. Returns the
+// projection the offset stands on (for the caller's finer pass).
+const std::uint32_t* MatchAgainAtReferenceExposure(const lumivex::Policy& policy,
+                                                   ZMOSVideoTracker* t, const std::uint32_t* prev,
+                                                   const std::uint32_t* cur, std::int32_t len,
+                                                   std::int32_t* off) {
+  const std::uint32_t* scaled = AtReferenceExposure(policy, t, prev, cur, len, *off);
+  if (scaled == cur) return cur;
+  constexpr std::int32_t kAgain = 12;
+  std::int32_t again = *off;
+  if (Direct(t, prev, scaled, len, &again, kAgain) == 0) *off = again;
+  return scaled;
 }
 
 // Band choice of the reference-frame swap: middle when textured, else the stronger of
@@ -381,6 +426,7 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
         return res;
       }
       std::int32_t off = predicted_dx;
+      const std::uint32_t* cur = t->ppCurHori[i];
       if (textured) {
         // Narrow the search around the last reported offset as the sweep speeds up.
         off = plLast[0];
@@ -389,12 +435,15 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
                                    : speed > 80 ? 20
                                    : speed > 60 ? 30
                                                 : t->lMaxOffsetX;
-        if (Direct(t, t->ppPrevHori[i], t->ppCurHori[i], w, &off, range) != 0) {
+        if (Direct(t, t->ppPrevHori[i], cur, w, &off, range) != 0) {
           t->plHoriResult[i] = predicted_dx;
           continue;
         }
+        cur = MatchAgainAtReferenceExposure(policy, t, t->ppPrevHori[i], cur, w, &off);
+      } else {
+        cur = AtReferenceExposure(policy, t, t->ppPrevHori[i], cur, w, off);
       }
-      t->plHoriResult[i] = WrapAdd(off, Refine(t, t->ppPrevHori[i], t->ppCurHori[i], w, off));
+      t->plHoriResult[i] = WrapAdd(off, Refine(t, t->ppPrevHori[i], cur, w, off));
     }
     const std::int32_t dx = t->plHoriResult[0];
     for (std::int32_t j = 0; j < t->lVertCount; ++j) {
@@ -406,8 +455,9 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
           res != 0)
         return res;
       std::int32_t dy = 0;
-      const std::int32_t res =
-          Direct(t, t->ppPrevVert[j], signal, r.lBottom - r.lTop, &dy, t->lMaxOffsetY);
+      const std::int32_t len = r.lBottom - r.lTop;
+      const std::int32_t res = Direct(t, t->ppPrevVert[j], signal, len, &dy, t->lMaxOffsetY);
+      if (res == 0) MatchAgainAtReferenceExposure(policy, t, t->ppPrevVert[j], signal, len, &dy);
       t->bReprojectVert = 0;
       t->plVertResult[j] = res == 0 ? dy : predicted_dy;
     }
@@ -417,8 +467,10 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
       const ZMOSRECT& r = t->pVertRects[j];
       if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
       std::int32_t dy = 0;
-      const bool ok = !flat && Direct(t, t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, &dy,
-                                      t->lMaxOffsetY) == 0;
+      const std::int32_t len = r.lBottom - r.lTop;
+      const bool ok =
+          !flat && Direct(t, t->ppPrevVert[j], t->ppCurVert[j], len, &dy, t->lMaxOffsetY) == 0;
+      if (ok) MatchAgainAtReferenceExposure(policy, t, t->ppPrevVert[j], t->ppCurVert[j], len, &dy);
       t->plVertResult[j] = ok ? dy : predicted_dy;
     }
     std::int32_t dy = t->plVertResult[0];
@@ -432,8 +484,9 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
           res != 0)
         return res;
       std::int32_t dx = predicted_dx;
-      const std::int32_t res =
-          Direct(t, t->ppPrevHori[i], signal, r.lRight - r.lLeft, &dx, t->lMaxOffsetX);
+      const std::int32_t len = r.lRight - r.lLeft;
+      const std::int32_t res = Direct(t, t->ppPrevHori[i], signal, len, &dx, t->lMaxOffsetX);
+      if (res == 0) MatchAgainAtReferenceExposure(policy, t, t->ppPrevHori[i], signal, len, &dx);
       t->bReprojectHori = 0;
       t->plHoriResult[i] = res == 0 ? dx : predicted_dx;
     }
