@@ -1,9 +1,11 @@
-// Exposure equalisation across the strips of a sweep. Phones adjust exposure while the user
-// pans, so neighbouring strips show the same scene at different brightness and the
-// cross-fade leaves bands. Each overlap holds the same scene from both frames: the ratio
-// of their mean luma is the step between the two frames, the running product of the steps
-// brings every strip to the first frame's exposure, and a short moving average along the
-// sweep keeps one unlucky overlap (a moving object, a misread) from standing out.
+// Exposure steps across the strips of a sweep. A phone's exposure loop moves while the
+// user pans, so neighbouring strips can show the same scene at different brightness and
+// the cross-fade leaves a band. Each overlap holds the same scene from both frames: the
+// ratio of their luma, over pixels neither frame clipped, is the step between them. The
+// camera's slow drift (darker toward the sun, brighter in shade) is what the scene looks
+// like to the user and stays; only the steps are taken out: each strip's level is moved
+// to the smoothed course of the levels around it. The gains are applied through a curve
+// that keeps black black and clipped white white.
 #include "src/stitch/exposure.h"
 
 #include <algorithm>
@@ -19,41 +21,78 @@ namespace {
 
 // Steps beyond these are not exposure (a person walking through the overlap, a misread).
 constexpr double kMinStep = 0.8, kMaxStep = 1.25;
-// Strips on each side in the moving average of the log gains.
-constexpr std::int32_t kSmoothRadius = 2;
-// Lines left out at each cross edge of the first overlap.
-constexpr std::int32_t kFirstFrameMargin = 16;
+// Luma at or above which a pixel may be clipped, and below which noise rules it.
+constexpr int kClipped = 250, kDark = 12;
+// A step is trusted when this share of the overlap's pixel pairs is usable.
+constexpr double kTrustedShare = 0.25;
+// The camera's course: each seam's step clamped to a few times the typical step (a
+// creep passes, a jump does not), plus what the clamps held back brought in slowly, over
+// this many frame sizes (across the sweep) along it.
+constexpr double kTrendFrames = 2.0;
+// A seam step is a jump beyond this many typical steps, and beyond this much at least.
+constexpr double kJumpSteps = 3.0, kMinJump = 0.005;
+// Above this level a darkening curve bends up so that 255 stays 255: only the last few
+// levels, so that bright parts the camera did not clip are corrected like the rest.
+constexpr int kKnee = 240;
 
-bool HorizontalSweep(std::int32_t direction) {
-  return direction == 0 || direction == 1;
-}
+struct Sums {
+  double a = 0, b = 0;
+  std::int64_t used = 0, all = 0;
+};
 
-// Mean luma of a rectangle of plane 0.
-double MeanLuma(const ZMOSIMAGE& img, const ZMOSRECT& r) {
-  const std::int32_t x0 = std::max(r.lLeft, 0), x1 = std::min(r.lRight, img.lWidth);
-  const std::int32_t y0 = std::max(r.lTop, 0), y1 = std::min(r.lBottom, img.lHeight);
-  if (x0 >= x1 || y0 >= y1) return 0.0;
-  std::uint64_t sum = 0;
-  for (std::int32_t y = y0; y < y1; ++y) {
-    const std::uint8_t* row = img.pPlane[0] + static_cast<std::ptrdiff_t>(y) * img.lPitch[0];
-    std::uint32_t line = 0;
-    for (std::int32_t x = x0; x < x1; ++x) line += row[x];
-    sum += line;
+// Luma of the same scene in two planes (canvas and overlap strip), over pixels neither
+// has clipped nor lost in the dark.
+Sums PairSums(const ZMOSIMAGE& a, const ZMOSRECT& ra, const ZMOSIMAGE& b, const ZMOSRECT& rb) {
+  Sums s;
+  const std::int32_t w = std::min(ra.lRight - ra.lLeft, rb.lRight - rb.lLeft);
+  const std::int32_t h = std::min(ra.lBottom - ra.lTop, rb.lBottom - rb.lTop);
+  if (w <= 0 || h <= 0 || ra.lLeft < 0 || ra.lTop < 0 || rb.lLeft < 0 || rb.lTop < 0 ||
+      ra.lLeft + w > a.lWidth || ra.lTop + h > a.lHeight || rb.lLeft + w > b.lWidth ||
+      rb.lTop + h > b.lHeight)
+    return s;
+  std::uint64_t sa = 0, sb = 0;
+  for (std::int32_t y = 0; y < h; ++y) {
+    const std::uint8_t* pa = a.pPlane[0] + static_cast<std::ptrdiff_t>(ra.lTop + y) * a.lPitch[0] + ra.lLeft;
+    const std::uint8_t* pb = b.pPlane[0] + static_cast<std::ptrdiff_t>(rb.lTop + y) * b.lPitch[0] + rb.lLeft;
+    for (std::int32_t x = 0; x < w; ++x) {
+      const int va = pa[x], vb = pb[x];
+      if (va >= kClipped || vb >= kClipped || va < kDark || vb < kDark) continue;
+      sa += static_cast<std::uint32_t>(va);
+      sb += static_cast<std::uint32_t>(vb);
+      ++s.used;
+    }
   }
-  return static_cast<double>(sum) / (static_cast<double>(x1 - x0) * (y1 - y0));
+  s.a = static_cast<double>(sa);
+  s.b = static_cast<double>(sb);
+  s.all = std::int64_t{w} * h;
+  return s;
 }
 
-void ScaleLuma(const ZMOSIMAGE& img, const ZMOSRECT& r, double gain) {
-  if (gain == 1.0) return;
+// The gain `g` as a curve over 0..255: g times the value up to the knee; above it,
+// darkening bends smoothly up so that 255 stays 255 (clipped white never turns grey), and
+// brightening saturates at 255. 0 stays 0 either way.
+std::array<std::uint8_t, 256> GainCurve(double g) {
   std::array<std::uint8_t, 256> lut{};
-  for (int v = 0; v < 256; ++v)
-    lut[v] = static_cast<std::uint8_t>(std::clamp(std::lround(v * gain), 0L, 255L));
+  for (int v = 0; v < 256; ++v) {
+    double out = v * g;
+    if (g < 1 && v > kKnee) {
+      // Hermite from (knee, g * knee) with slope g to (255, 255) with slope 1.
+      const double t = static_cast<double>(v - kKnee) / (255 - kKnee), span = 255 - kKnee;
+      const double p0 = g * kKnee, p1 = 255, m0 = g * span, m1 = span;
+      const double t2 = t * t, t3 = t2 * t;
+      out = (2 * t3 - 3 * t2 + 1) * p0 + (t3 - 2 * t2 + t) * m0 + (-2 * t3 + 3 * t2) * p1 +
+            (t3 - t2) * m1;
+    }
+    lut[static_cast<std::size_t>(v)] = static_cast<std::uint8_t>(std::clamp(std::lround(out), 0L, 255L));
+  }
+  return lut;
+}
+
+void ApplyCurve(const ZMOSIMAGE& img, const ZMOSRECT& r, const std::array<std::uint8_t, 256>& lut) {
   const std::int32_t x0 = std::max(r.lLeft, 0), x1 = std::min(r.lRight, img.lWidth);
   const std::int32_t y0 = std::max(r.lTop, 0), y1 = std::min(r.lBottom, img.lHeight);
-  std::uint8_t* const plane = img.pPlane[0];
-  const std::ptrdiff_t pitch = img.lPitch[0];
   for (std::int32_t y = y0; y < y1; ++y) {
-    std::uint8_t* row = plane + y * pitch;
+    std::uint8_t* row = img.pPlane[0] + static_cast<std::ptrdiff_t>(y) * img.lPitch[0];
     for (std::int32_t x = x0; x < x1; ++x) row[x] = lut[row[x]];
   }
 }
@@ -70,24 +109,30 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
   if (!info || (info->family != image::Family::kPlanar &&
                 info->family != image::Family::kSemiPlanar && info->family != image::Family::kGrey))
     return ZMOS_OK;
-  const bool horizontal = HorizontalSweep(s.lDirection);
+  const bool horizontal = s.lDirection == 0 || s.lDirection == 1;
   const bool forward = s.lDirection == 0 || s.lDirection == 2;
   // Where a frame's strip begins along the sweep: the far edge of its overlap.
   auto seam_of = [&](const ZMOSRECT& overlap) {
     return forward ? (horizontal ? overlap.lRight : overlap.lBottom)
                    : (horizontal ? overlap.lLeft : overlap.lTop);
   };
-  auto* gains =
-      static_cast<double*>(MMemAlloc(s.hMemMgr, n * static_cast<std::int32_t>(sizeof(double))));
-  if (gains == nullptr) return ZMOS_ERR_NO_MEMORY;
+  // Per strip: its level (log gain to the first frame's exposure), where it lies, and
+  // scratch for the course.
+  auto* level = static_cast<double*>(
+      MMemAlloc(s.hMemMgr, 3 * n * static_cast<std::int32_t>(sizeof(double))));
+  if (level == nullptr) return ZMOS_ERR_NO_MEMORY;
+  double* position = level + n;
+  double* held = level + 2 * n;
 
-  // Log gain of each strip against the first frame.
-  gains[0] = 0.0;
+  level[0] = 0.0;
+  position[0] = 0.0;
+  std::int32_t trusted = 0;
   for (std::int32_t i = 1; i < n; ++i) {
     // Only lines both frames laid: inside the previous frame's cross extent (the first
     // frame's is not recorded; a margin covers the hand's wander there).
     const ZMOSRECT& ov = s.pOverlapRects[i];
     const ZMOSRECT& prev = s.pOverlapRects[i - 1];
+    constexpr std::int32_t kFirstFrameMargin = 16;
     std::int32_t c0 = horizontal ? ov.lTop : ov.lLeft, c1 = horizontal ? ov.lBottom : ov.lRight;
     const std::int32_t skip0 =
         i > 1 ? std::max((horizontal ? prev.lTop : prev.lLeft) - c0, 0) : kFirstFrameMargin;
@@ -101,37 +146,72 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
     const ZMOSRECT in_strips =
         horizontal ? ZMOSRECT{st.lLeft, st.lTop + skip0, st.lRight, st.lBottom - skip1}
                    : ZMOSRECT{st.lLeft + skip0, st.lTop, st.lRight - skip1, st.lBottom};
-    const double before = MeanLuma(canvas, in_canvas);
-    const double after = MeanLuma(*s.pStrips, in_strips);
-    double step = before > 8.0 && after > 8.0 ? before / after : 1.0;
-    if (step < kMinStep || step > kMaxStep) step = 1.0;
-    gains[i] = gains[i - 1] + std::log(step);
-  }
-  // The moving average, then each strip's region scaled: from its seam to the next one.
-  double reference = 0.0;
-  for (std::int32_t i = 0; i < n; ++i) {
-    double total = 0.0;
-    std::int32_t count = 0;
-    for (std::int32_t j = std::max(i - kSmoothRadius, 0); j <= std::min(i + kSmoothRadius, n - 1);
-         ++j, ++count)
-      total += gains[j];
-    const double smoothed = total / count;
-    // The first strip is the reference; its smoothed value shifts every other strip.
-    if (i == 0) {
-      reference = smoothed;
-      continue;
+    const Sums sums = PairSums(canvas, in_canvas, *s.pStrips, in_strips);
+    double step = 1.0;
+    if (sums.used > 0 && sums.used >= kTrustedShare * static_cast<double>(sums.all) &&
+        sums.b > 0) {
+      step = sums.a / sums.b;
+      if (step < kMinStep || step > kMaxStep) step = 1.0;
+      ++trusted;
     }
-    const double gain = std::exp(smoothed - reference);
+    level[i] = level[i - 1] + std::log(step);
+    position[i] = static_cast<double>(seam_of(ov));
+  }
+  // Too little to go on: leave the sweep as the camera exposed it.
+  if (2 * trusted < n - 1) {
+    MMemFree(s.hMemMgr, level);
+    return ZMOS_OK;
+  }
+  position[0] = 2 * position[1] - (n > 2 ? position[2] : position[1]);
+  // The typical step: the median of their sizes (the held array is scratch here).
+  for (std::int32_t i = 1; i < n; ++i) held[i - 1] = std::abs(level[i] - level[i - 1]);
+  std::nth_element(held, held + (n - 1) / 2, held + (n - 1));
+  const double jump = std::max(kMinJump, kJumpSteps * held[(n - 1) / 2]);
+  // What the clamps hold back, strip by strip: the jumps, added up.
+  held[0] = 0;
+  for (std::int32_t i = 1; i < n; ++i) {
+    const double step = level[i] - level[i - 1];
+    held[i] = held[i - 1] + step - std::clamp(step, -jump, jump);
+  }
+  // The canvas is as wide across the sweep as a frame.
+  const double sigma = std::max(8.0, kTrendFrames * (horizontal ? canvas.lHeight : canvas.lWidth));
+  for (std::int32_t i = 0; i < n; ++i) {
+    // The held-back jumps brought in slowly: a straight line through them around this
+    // strip, weighted by distance along the sweep (a line, not a mean, so that the course
+    // stays whole up to the ends of the sweep). The strip keeps its level less the jumps
+    // not yet brought in.
+    double s0 = 0, s1 = 0, s2 = 0, t0 = 0, t1 = 0;
+    for (std::int32_t j = 0; j < n; ++j) {
+      const double d = (position[j] - position[i]) / sigma;
+      if (d > 3 || d < -3) continue;
+      const double w = std::exp(-0.5 * d * d);
+      s0 += w;
+      s1 += w * d;
+      s2 += w * d * d;
+      t0 += w * held[j];
+      t1 += w * d * held[j];
+    }
+    const double det = s0 * s2 - s1 * s1;
+    const double brought = det > 1e-6 * s0 * s0 ? (s2 * t0 - s1 * t1) / det : t0 / s0;
+    const double gain = std::exp(held[i] - brought);
+    if (std::abs(gain - 1) < 0.004) continue;  // under half a level at mid-grey
+    const auto curve = GainCurve(gain);
+    // The strip's region on the canvas: from its seam to the next one.
     const ZMOSRECT& ov = s.pOverlapRects[i];
-    const std::int32_t seam = seam_of(ov);
+    const std::int32_t along_size = horizontal ? canvas.lWidth : canvas.lHeight;
+    const std::int32_t seam =
+        i > 0 ? seam_of(ov) : (forward ? 0 : along_size);
     const std::int32_t end = i + 1 < n ? seam_of(s.pOverlapRects[i + 1]) : s.lContentEnd;
     const std::int32_t a0 = std::min(seam, end), a1 = std::max(seam, end);
-    const ZMOSRECT region =
-        horizontal ? ZMOSRECT{a0, ov.lTop, a1, ov.lBottom} : ZMOSRECT{ov.lLeft, a0, ov.lRight, a1};
-    ScaleLuma(canvas, region, gain);
-    ScaleLuma(*s.pStrips, s.pStripRects[i], gain);
+    // Across the sweep: the lines the strip was laid on (the whole canvas for the first).
+    const std::int32_t c0 = i > 0 ? (horizontal ? ov.lTop : ov.lLeft) : 0;
+    const std::int32_t c1 =
+        i > 0 ? (horizontal ? ov.lBottom : ov.lRight) : (horizontal ? canvas.lHeight : canvas.lWidth);
+    const ZMOSRECT region = horizontal ? ZMOSRECT{a0, c0, a1, c1} : ZMOSRECT{c0, a0, c1, a1};
+    ApplyCurve(canvas, region, curve);
+    if (i > 0) ApplyCurve(*s.pStrips, s.pStripRects[i], curve);
   }
-  MMemFree(s.hMemMgr, gains);
+  MMemFree(s.hMemMgr, level);
   return ZMOS_OK;
 }
 
