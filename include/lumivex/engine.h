@@ -90,6 +90,31 @@ LUMIVEX_API int32_t ZMOS_SetProfile(ZMOSSWEEPSTITCHER* hEngine, int32_t lProfile
  * was too plain to measure (quality profile only), 0 otherwise or for a null engine. */
 LUMIVEX_API int32_t ZMOS_IsCoasting(const ZMOSSWEEPSTITCHER* hEngine);
 
+/* The layout a capture makes for frames of lFrameWidth x lFrameHeight at lMaxAngle
+ * degrees once it knows its direction (0 to 3, ZMOS_DIRECTION_*): the canvas, where each
+ * frame's seam lies along the sweep, the strip a kept frame lays after it, the travel
+ * that keeps a frame and the travel that is too fast. For hosts that draw guides or check
+ * a recording; a capture lays out exactly this. Writes *pLayout and returns 0; 2 for a
+ * null pLayout, an unknown direction or a geometry the engine cannot run. */
+typedef struct ZMOSSWEEPLAYOUT {
+  int32_t lCanvasWidth;
+  int32_t lCanvasHeight;
+  int32_t lSeam;       /* in every frame, along the sweep */
+  int32_t lStripWidth; /* laid after the seam by every kept frame but the last */
+  int32_t lMinStep;    /* travel beyond which a frame is kept */
+  int32_t lMaxStep;    /* travel beyond which the camera moved too fast */
+} ZMOSSWEEPLAYOUT;
+LUMIVEX_API int32_t ZMOS_GetSweepLayout(int32_t lFrameWidth, int32_t lFrameHeight,
+                                        int32_t lMaxAngle, int32_t lDirection,
+                                        ZMOSSWEEPLAYOUT* pLayout);
+
+/* What a result code means where it was returned, as a short phrase for people (never
+ * null): lContext ZMOS_RESULTS_CAPTURE for the capture and image functions, where 5 is too
+ * little texture; ZMOS_RESULTS_BLEND for the blending functions (..._AME), which use 5 for
+ * an invalid argument. */
+enum { ZMOS_RESULTS_CAPTURE = 0, ZMOS_RESULTS_BLEND = 1 };
+LUMIVEX_API const char* ZMOS_ResultName(int32_t lCode, int32_t lContext);
+
 /* The sweep stitcher underneath, for hosts that drive it directly. */
 typedef struct ZMOSSWTPARAM {
   void* pWorkBuffer;

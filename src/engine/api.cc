@@ -120,6 +120,39 @@ int32_t ZMOS_SetProfile(ZMOSSWEEPSTITCHER* hEngine, int32_t lProfile) {
              : ZMOS_ERR_NO_MEMORY;
 }
 
+int32_t ZMOS_GetSweepLayout(int32_t lFrameWidth, int32_t lFrameHeight, int32_t lMaxAngle,
+                            int32_t lDirection, ZMOSSWEEPLAYOUT* pLayout) {
+  if (pLayout == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  ZMOSSWEEPLAYOUT layout{};
+  if (!lumivex::engine::SweepLayout(lFrameWidth, lFrameHeight, lMaxAngle, lDirection, &layout))
+    return ZMOS_ERR_INVALID_PARAM;
+  *pLayout = layout;
+  return ZMOS_OK;
+}
+
+const char* ZMOS_ResultName(int32_t lCode, int32_t lContext) {
+  switch (lCode) {
+    case ZMOS_OK:
+      return "success";
+    case ZMOS_ERR_INVALID_PARAM:
+      return "invalid argument";
+    case ZMOS_ERR_UNSUPPORTED_FORMAT:
+      return "unsupported image format";
+    case ZMOS_ERR_NO_MEMORY:
+      return "out of memory in the work buffer";
+    case ZMOS_ERR_NO_TEXTURE:
+      // The blending functions use 5 where the others use 2.
+      return lContext == ZMOS_RESULTS_BLEND ? "invalid argument"
+                                            : "too little texture to follow the sweep";
+    case ZMOS_ERR_SWEEP_WRONG:
+      return "the sweep went wrong (it moved backwards, drifted or turned)";
+    case ZMOS_ERR_TOO_FAST:
+      return "the camera moved too fast";
+    default:
+      return "unknown result";
+  }
+}
+
 int32_t ZMOS_IsCoasting(const ZMOSSWEEPSTITCHER* hEngine) {
   const lumivex::select::Coasting* coast = lumivex::engine::CoastingOf(hEngine);
   return coast != nullptr && coast->carried > 0 ? 1 : 0;

@@ -11,7 +11,7 @@ namespace {
 
 struct QualityEngine {
   const ZMOSSWEEPSTITCHER* engine = nullptr;
-  lumivex::select::Coasting coasting;
+  QualityState state;
 };
 
 // One capture runs at a time per process; a few slots leave room for hosts that keep
@@ -31,9 +31,14 @@ const Policy& PolicyOf(const ZMOSSWEEPSTITCHER* engine) {
   return Find(engine) != nullptr ? kQualityPolicy : kExactPolicy;
 }
 
+QualityState* QualityOf(const ZMOSSWEEPSTITCHER* engine) {
+  QualityEngine* q = Find(engine);
+  return q != nullptr ? &q->state : nullptr;
+}
+
 lumivex::select::Coasting* CoastingOf(const ZMOSSWEEPSTITCHER* engine) {
   QualityEngine* q = Find(engine);
-  return q != nullptr ? &q->coasting : nullptr;
+  return q != nullptr ? &q->state.coasting : nullptr;
 }
 
 bool SetQuality(const ZMOSSWEEPSTITCHER* engine, bool quality) {
@@ -41,7 +46,7 @@ bool SetQuality(const ZMOSSWEEPSTITCHER* engine, bool quality) {
   if (!quality) return true;
   for (QualityEngine& q : g_quality_engines) {
     if (q.engine == nullptr) {
-      q = QualityEngine{engine, {}};
+      q = QualityEngine{engine, QualityState{}};
       return true;
     }
   }

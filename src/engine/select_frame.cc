@@ -14,6 +14,7 @@
 #include "src/platform/wrap.h"
 #include "src/select/frame_selector.h"
 #include "src/stitch/direct_stitcher.h"
+#include "src/stitch/refine.h"
 #include "src/track/tracker.h"
 
 namespace lumivex::engine {
@@ -160,6 +161,7 @@ std::int32_t SetUp(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame) {
   s.bNeedSetup = 0;
   ++s.lKeptCount;
   s.bNewStrip = 1;
+  if (QualityState* quality = QualityOf(&s)) quality->laid_at = s.lFrameCount;
   return ZMOS_OK;
 }
 
@@ -215,6 +217,41 @@ std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx,
   s.bNoSecondFrame = 0;
   ++s.lKeptCount;
   return ZMOS_OK;
+}
+
+// The travel of a frame about to be laid, refined at the seam against the previous strip;
+// the sweep's recent speed tells the search how far off the trackers may be.
+void RefineAtSeam(const ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const QualityState& q,
+                  std::int32_t* dx, std::int32_t* dy) {
+  std::int32_t expected = lumivex::stitch::kNoExpectation;
+  if (q.laid_at >= 0 && s.lFrameCount > q.laid_at) {
+    const std::int64_t along =
+        std::int64_t{q.laid_speed16} * (s.lFrameCount - q.laid_at) / 16;
+    if (along > -65536 && along < 65536) expected = static_cast<std::int32_t>(along);
+  }
+  std::int32_t refined[2] = {*dx, *dy};
+  lumivex::stitch::RefineTravel(*s.phDIS[0], frame, s.plStripPos[0], s.lStripWidth, refined,
+                                expected);
+  *dx = refined[0];
+  *dy = refined[1];
+}
+
+// Whether the sweep has just completed on travel carried through a plain stretch longer
+// than a quarter of a frame: the quality profile then ends it for lack of texture rather
+// than call a guess complete (the hand may have stopped on the sky). The panorama is
+// stitched as after any failure.
+bool CompletedOnAGuess(const ZMOSSWEEPSTITCHER& s, const QualityState* q) {
+  const std::int32_t frame = IsHorizontal(s.lDirection) ? s.lFrameWidth : s.lFrameHeight;
+  return q != nullptr && s.bFinished && q->coasting.carried > 0 &&
+         4 * q->coasting.travel > frame;
+}
+
+// Remembers a laid frame's travel for the next refinement.
+void Laid(const ZMOSSWEEPSTITCHER& s, QualityState& q, std::int32_t dx, std::int32_t dy) {
+  const std::int32_t along = IsHorizontal(s.lDirection) ? dx : dy;
+  const std::int32_t gap = q.laid_at >= 0 ? s.lFrameCount - q.laid_at : 0;
+  q.laid_speed16 = gap > 0 ? static_cast<std::int32_t>(std::int64_t{along} * 16 / gap) : 0;
+  q.laid_at = gap > 0 ? s.lFrameCount : -1;
 }
 
 }  // namespace
@@ -275,6 +312,26 @@ std::int64_t WorkBufferBytes(std::int32_t width, std::int32_t height, std::int32
   return total + worst;
 }
 
+// The layout of a one-band capture of this geometry in `direction`; false when the engine
+// cannot run it.
+bool SweepLayout(std::int32_t width, std::int32_t height, std::int32_t max_angle,
+                 std::int32_t direction, ZMOSSWEEPLAYOUT* out) {
+  if (width <= 0 || height <= 0 || (width & 1) || (height & 1) ||
+      direction < ZMOS_DIRECTION_LEFT_TO_RIGHT || direction > ZMOS_DIRECTION_BOTTOM_TO_TOP)
+    return false;
+  const std::int32_t length = SweepLength(width, max_angle);
+  if (length <= 0 || StepFor(width) <= 0) return false;
+  const bool horizontal = IsHorizontal(direction);
+  out->lCanvasWidth = horizontal ? length : width;
+  out->lCanvasHeight = horizontal ? height : length;
+  out->lSeam = horizontal ? width / 2 : (height / 2) & ~1;
+  out->lStripWidth = StripFor(width);
+  out->lMinStep = StepFor(width);
+  // The selector's bound: ten pixels less across a vertical sweep's shorter strips.
+  out->lMaxStep = horizontal ? StripFor(width) : StripFor(width) - 10;
+  return true;
+}
+
 }  // namespace lumivex::engine
 
 using namespace lumivex::engine;
@@ -299,6 +356,7 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
 
   std::int32_t status = ZMOS_SELECT_NONE, dx = 0, dy = 0;
   std::int32_t res = ZMOS_OK;
+  bool laid_too_fast = false;
   [&] {
     if (!s.bFirstFrameCopied) {
       res = ZMOSCreateImage_AOD(&s.pFirstFrame, frame.lWidth, frame.lHeight, frame.dwFormat,
@@ -326,9 +384,18 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
     // A too-fast frame the selector restarted from is laid like a kept one; the host is
     // still told it was too fast.
     if (status == ZMOS_SELECT_KEEP || restarted) {
+      QualityState* quality = QualityOf(&s);
+      if (PolicyOf(&s).refine_travel_at_seam && s.lBandCount == 1 && quality != nullptr)
+        RefineAtSeam(s, frame, *quality, &dx, &dy);
       bool drifted = false;
       res = Keep(s, frame, dx, dy, &drifted);
       if (res != 0) return;
+      if (quality != nullptr && !drifted) Laid(s, *quality, dx, dy);
+      laid_too_fast = restarted && !drifted;
+      if (CompletedOnAGuess(s, quality)) {
+        res = ZMOS_ERR_NO_TEXTURE;
+        return;
+      }
       if (drifted) {
         status = ZMOS_SELECT_WRONG;
         *plStatus = status;
@@ -358,7 +425,8 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
   const std::int64_t x = std::int64_t{dx} + s.lSumDx, y = std::int64_t{dy} + s.lSumDy;
   plOffset[0] = static_cast<std::int32_t>(x * track.lWidth / frame.lWidth);
   plOffset[1] = static_cast<std::int32_t>(-(y * track.lWidth / frame.lWidth));
-  if (*plStatus == ZMOS_SELECT_KEEP) {
+  // A too-fast frame the quality profile laid moves the sweep on like a kept one.
+  if (*plStatus == ZMOS_SELECT_KEEP || laid_too_fast) {
     s.lSumDx = WrapAdd(s.lSumDx, dx);
     s.lSumDy = WrapAdd(s.lSumDy, dy);
     s.bNewStrip = 1;

@@ -69,6 +69,11 @@ extern WrongAxisSums g_WrongAxis;
 // engine cannot run it.
 std::int64_t WorkBufferBytes(std::int32_t width, std::int32_t height, std::int32_t max_angle);
 
+// The layout a one-band capture of this geometry makes in `direction` (ZMOS_GetSweepLayout);
+// false when the engine cannot run it.
+bool SweepLayout(std::int32_t width, std::int32_t height, std::int32_t max_angle,
+                 std::int32_t direction, ZMOSSWEEPLAYOUT* out);
+
 constexpr bool IsHorizontal(std::int32_t direction) {
   return direction == 0 || direction == 1;
 }

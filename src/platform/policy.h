@@ -32,13 +32,30 @@ struct Policy {
   // A finishing pass short of memory fails the stitch with 4, instead of leaving the rest
   // of the seams unblended in a panorama reported as good.
   bool report_unblended_seams = false;
+  // The reference tracker matches a frame's projections brought to the reference frame's
+  // exposure: a phone's exposure loop scales one frame against the other, and a scaled
+  // projection with any brightness slope matches best a few pixels toward its bright side.
+  bool match_across_exposure = false;
+  // A kept frame is laid where its pixels around the seam best match the previous strip
+  // (a few pixels' search around the trackers' travel), not where the trackers put it.
+  bool refine_travel_at_seam = false;
 
   // Smallest sweep-axis shift for which the cross-axis projection is moved.
   constexpr std::int32_t MinCompensatedShift() const { return compensate_small_shifts ? 1 : 11; }
 };
 
 inline constexpr Policy kExactPolicy{};
-inline constexpr Policy kQualityPolicy{true, true, true, true, true, true, true};
+inline constexpr Policy kQualityPolicy{
+    .compensate_small_shifts = true,
+    .detect_on_either_axis = true,
+    .keep_overlap_chroma_phase = true,
+    .keep_too_fast_frames = true,
+    .coast_through_plain_stretches = true,
+    .equalize_exposure = true,
+    .report_unblended_seams = true,
+    .match_across_exposure = true,
+    .refine_travel_at_seam = true,
+};
 
 }  // namespace lumivex
 

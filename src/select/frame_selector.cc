@@ -103,6 +103,39 @@ bool CutToStrip(const ZMOSFRAMESELECTOR& s, Accumulators& acc) {
   return true;
 }
 
+enum class Carry { kNone, kCarried, kTooLong };
+
+// A frame too plain along the sweep for the direct matcher: under a policy that coasts
+// through plain stretches, the gradient matcher's reading `along` stands only when it
+// goes forward and agrees with the recent speed; the prior of 0, a step back read off the
+// edge of a plain area, or a crawl read off a half-plain frame give way to the speed. A
+// stretch carried too far (see kMaxCoastedFrames; `length` is the frame's length along
+// the sweep) is given up.
+Carry CarryThroughPlain(const ZMOSFRAMESELECTOR& s, const lumivex::Policy& policy,
+                        Coasting* coast, std::int32_t gap, std::int32_t length,
+                        std::int32_t* along) {
+  if (coast == nullptr || !policy.coast_through_plain_stretches) return Carry::kNone;
+  const bool vertical = s.lDirection == 2 || s.lDirection == 3;
+  if (!coast->known || !lumivex::track::FlatAlongSweep(vertical ? 1 : 0)) {
+    coast->carried = 0;
+    coast->travel = 0;
+    return Carry::kNone;
+  }
+  const auto expected = static_cast<std::int32_t>(std::int64_t{coast->speed16} * gap / 16);
+  const bool forward = s.lDirection == 0 || s.lDirection == 2 ? *along > 0 : *along < 0;
+  const std::int64_t off = std::abs(std::int64_t{*along} - expected);
+  if (forward && off <= std::max<std::int64_t>(4, std::abs(std::int64_t{expected}) / 4)) {
+    coast->carried = 0;
+    coast->travel = 0;
+    return Carry::kNone;
+  }
+  coast->travel += std::abs(std::int64_t{coast->speed16}) / 16;
+  if (coast->carried >= kMaxCoastedFrames || coast->travel > length) return Carry::kTooLong;
+  ++coast->carried;
+  *along = expected;
+  return Carry::kCarried;
+}
+
 bool ValidFrames(const ZMOSIMAGE* frame, const ZMOSIMAGE* track, const std::int32_t* offset,
                  const std::int32_t* status) {
   return frame != nullptr && track != nullptr && offset != nullptr && status != nullptr &&
@@ -221,22 +254,11 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   const bool vertical = s.lDirection == 2 || s.lDirection == 3;
   const std::int32_t gap = acc.n < 5 ? acc.n + 1 : 1;
   std::int32_t& along = vertical ? predicted[1] : predicted[0];
-  // Too plain for the direct matcher: the gradient matcher's reading stands only when it
-  // goes forward and agrees with the recent speed; the prior of 0, a step back read off
-  // the edge of a plain area, or a crawl read off a half-plain frame give way to it.
-  bool carry = false;
-  if (coast != nullptr && policy.coast_through_plain_stretches && coast->known &&
-      coast->carried < kMaxCoastedFrames && lumivex::track::FlatAlongSweep(vertical ? 1 : 0)) {
-    const auto expected = static_cast<std::int32_t>(std::int64_t{coast->speed16} * gap / 16);
-    const bool forward = s.lDirection == 0 || s.lDirection == 2 ? along > 0 : along < 0;
-    const std::int64_t off = std::abs(std::int64_t{along} - expected);
-    carry = !forward || off > std::max<std::int64_t>(4, std::abs(std::int64_t{expected}) / 4);
-    if (carry) along = expected;
-  }
+  const Carry carry = CarryThroughPlain(s, policy, coast, gap, vertical ? big_h : big_w, &along);
+  if (carry == Carry::kTooLong) return ZMOS_ERR_NO_TEXTURE;
   const std::int32_t last[2] = {s.lLastX, s.lLastY};
   const std::int32_t res =
       lumivex::track::RunRF(s.hTrackerRF, pFrame, predicted, last, policy, shared);
-  if (coast != nullptr) coast->carried = carry ? coast->carried + 1 : 0;
   acc.x = WrapAdd(acc.x, predicted[0]);
   acc.y = WrapAdd(acc.y, predicted[1]);
   acc.n += 1;

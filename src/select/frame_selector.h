@@ -44,8 +44,12 @@ std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc);
 struct Coasting {
   std::int32_t speed16 = 0;
   std::int32_t carried = 0;
+  std::int64_t travel = 0;  // carried so far in this stretch, pixels along the sweep
   bool known = false;
 };
+// A plain stretch is carried for at most this many frames, and no farther than a frame's
+// length along the sweep: beyond that the speed is a guess (the hand may have stopped on
+// the sky), and the capture ends for lack of texture.
 inline constexpr std::int32_t kMaxCoastedFrames = 60;
 
 // ZMOSFrameSelectorRunBySF_FS under the policy of the engine that runs it (the exported
