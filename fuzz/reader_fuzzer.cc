@@ -6,8 +6,8 @@
 #include <string>
 
 #include "fuzz/fuzz_support.h"
-#include "tools/frame_source.h"
-#include "tools/image_io.h"
+#include "tools/io/open_frames.h"
+#include "tools/io/image_files.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   lumivex::fuzz::Input in(data, size);

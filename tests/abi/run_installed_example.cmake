@@ -15,7 +15,7 @@ run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
 run(${CMAKE_COMMAND} -S ${SOURCE}/examples -B ${WORK}/example-build -G Ninja
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
 run(${CMAKE_COMMAND} --build ${WORK}/example-build)
-run(${LUMIVEX} simulate ${PHOTO} -o ${frames}.y4m --size 320x240 -y)
+run(${LUMIVEX} simulate ${PHOTO} -o ${frames}.y4m --model slide --size 320x240 -y)
 run(${FFMPEG} -loglevel error -y -i ${frames}.y4m -f rawvideo -pix_fmt nv21 ${frames}.nv21)
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
 run(${WORK}/example-build/stitch_raw 320 240 ${frames}.nv21 ${WORK}/pano-cmake.nv21)

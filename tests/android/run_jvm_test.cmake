@@ -1,6 +1,6 @@
 # Runs the JVM capture test: a simulated sweep from the lumivex program, then java with
 # the library on java.library.path; checks the program's verdict and the binding's log.
-execute_process(COMMAND ${LUMIVEX} simulate ${PHOTO} -o ${WORK}/sweep.y4m --size 320x240 -y
+execute_process(COMMAND ${LUMIVEX} simulate ${PHOTO} -o ${WORK}/sweep.y4m --model slide --size 320x240 -y
                 RESULT_VARIABLE rc OUTPUT_QUIET ERROR_QUIET)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "lumivex simulate failed")

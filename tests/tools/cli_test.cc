@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/image_io.h"
+#include "tools/io/image_files.h"
 
 namespace {
 
@@ -72,7 +72,7 @@ TEST_F(Cli, SimulateThenStitchEveryInputKind) {
   if (!HavePhoto()) GTEST_SKIP() << "no photograph";
   const std::string y4m = Path("sweep.y4m");
   Outcome r = Lumivex("simulate '" + photo_ + "' -o '" + y4m +
-                      "' --size 320x240 --direction left --jitter 1 --noise 1 --seed 3");
+                      "' --size 320x240 --direction left --seed 3");
   ASSERT_EQ(r.status, 0) << r.out;
   ASSERT_TRUE(fs::exists(Path("sweep.csv")));
   // From the file, with debug output.
@@ -337,7 +337,7 @@ class CliVideo : public Cli {
     if (std::system("ffmpeg -version > /dev/null 2>&1") != 0) GTEST_SKIP() << "no ffmpeg";
     // Enough frames for a 360-degree sweep, full range as a phone delivers them.
     ASSERT_EQ(Lumivex("simulate '" + photo_ + "' -o '" + Path("s.y4m") +
-                      "' --size 320x240 --frames 300 --steady")
+                      "' --model slide --size 320x240 --frames 300 --steady")
                   .status,
               0);
   }
