@@ -57,6 +57,15 @@ void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
   for (; x + 16 <= width; x += 16)
     for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
       AddColumns<1>(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
+  if (x < width && width >= 16) {
+    // The last columns as the 16 that end the row (overlapping ones already summed),
+    // summed aside: no byte past the row is read.
+    alignas(32) std::uint32_t tail[16] = {};
+    const std::int32_t t = width - 16;
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns<1>(line + y0 * step + t, step, Min(rows - y0, kRowBlock), tail);
+    for (; x < width; ++x) out[x] += tail[x - t];
+  }
   if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
 }
 

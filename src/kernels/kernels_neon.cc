@@ -100,6 +100,15 @@ void ColumnSums(std::int32_t width, std::int32_t rows, const std::uint8_t* line,
   for (; x + 8 <= width; x += 8)
     for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
       AddColumns8(line + y0 * step + x, step, Min(rows - y0, kRowBlock), out + x);
+  if (x < width && width >= 8) {
+    // The last columns as the 8 that end the row (overlapping ones already summed),
+    // summed aside: no byte past the row is read.
+    std::uint32_t tail[8] = {};
+    const std::int32_t t = width - 8;
+    for (std::int32_t y0 = 0; y0 < rows; y0 += kRowBlock)
+      AddColumns8(line + y0 * step + t, step, Min(rows - y0, kRowBlock), tail);
+    for (; x < width; ++x) out[x] += tail[x - t];
+  }
   if (x < width) Reference().column_sums(width - x, rows, line + x, step, out + x);
 }
 
