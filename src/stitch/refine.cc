@@ -28,9 +28,6 @@ constexpr std::int32_t kMaxAcross = 64, kMaxRow = 256;
 // Along moves the coarse stage tries: this far each way, or kRefineAlong when the
 // trackers are far from the sweep's recent speed.
 constexpr std::int32_t kCoarse = 6;
-// A best place still this far off the canvas a pixel (in levels) means noise or blur as
-// large as the detail: then every line across is compared, not a sample of them.
-constexpr std::uint32_t kNoisy = 3;
 
 bool OneByteLuma(std::uint32_t format) {
   const auto info = image::LookupFormat(format);
@@ -51,7 +48,8 @@ struct Layout {
   // Where moves may land: along inside the previous strip [e0, e1), across inside its
   // lines [c0, c1); the frame's own extent.
   std::int64_t e0, e1, c0, c1, frame_along, frame_cross;
-  std::int64_t r0, r1, step;  // the lines across that are compared
+  std::int64_t r0, r1;  // the lines across that are compared,
+  std::ptrdiff_t step;  // every step-th of them
 
   const std::uint8_t* FrameAt(std::int64_t t, std::int64_t r) const {
     return horizontal ? frame + r * frame_pitch + t : frame + t * frame_pitch + r;
@@ -77,7 +75,9 @@ struct Layout {
 // The coarse place along: the move in [lo, hi] where the first differences of the
 // window's projection (a brightness offset between the frames drops out; a gain only
 // scales them) match the canvas's best; 0 when it cannot tell.
-std::int32_t CoarseAlong(const Layout& l, std::int32_t seam, std::int32_t lo, std::int32_t hi) {
+std::int32_t CoarseAlong(Layout l, std::int32_t seam, std::int32_t lo, std::int32_t hi) {
+  // Sums across are cheap: twice the fine stage's lines, for noise.
+  l.step = std::max<std::ptrdiff_t>(1, l.step / 2);
   const auto [t0, t1] = l.Window(seam, lo, hi);
   const std::int64_t n = t1 - t0;
   if (n < 8 || lo > hi) return 0;
@@ -99,8 +99,8 @@ std::int32_t CoarseAlong(const Layout& l, std::int32_t seam, std::int32_t lo, st
   // Differences held around 2^30, as the unsigned SAD kernel takes them (sums of at most
   // 2^24 pixels differ by less than 2^24).
   constexpr std::uint32_t kMid = 1u << 30;
-  for (std::int64_t i = 0; i + 1 < n; ++i) f[i] = kMid + f[i + 1] - f[i];
-  for (std::int64_t i = 0; i + 1 < cn; ++i) c[i] = kMid + c[i + 1] - c[i];
+  for (std::size_t i = 0; i + 1 < static_cast<std::size_t>(n); ++i) f[i] = kMid + f[i + 1] - f[i];
+  for (std::size_t i = 0; i + 1 < static_cast<std::size_t>(cn); ++i) c[i] = kMid + c[i + 1] - c[i];
   std::uint32_t best = UINT32_MAX;
   std::int32_t at = 0;
   // From the estimate outward, so that ties keep the smaller move.
@@ -124,17 +124,20 @@ struct Found {
 };
 
 // Both stages over the layout's lines: the coarse place along within [lo, hi], then the
-// pixels of the window nearest the seam tried at that place and its neighbours (one each
-// way along, kRefineAcross across), downhill; `start` is the trackers' place, when it can
-// be compared.
-Found Search(const Layout& l, std::int32_t seam, std::int32_t least, std::int32_t most,
-             std::int32_t lo, std::int32_t hi, bool estimate_valid) {
+// pixels of the window nearest the seam, downhill (to the best of each place's eight
+// neighbours until none is better, kRefineAcross at most across) from the coarse place,
+// from the trackers' place and from `guess` (the sweep's recent speed, when the trackers
+// are far from it): blur leaves broad minima the coarse stage may miss. `start` is the
+// trackers' place, when it can be compared.
+Found Search(const Layout& l, std::int32_t seam, std::int32_t lo, std::int32_t hi,
+             bool estimate_valid, std::int32_t guess) {
   Found found;
   const std::int32_t coarse = CoarseAlong(l, seam, lo, hi);
-  const std::int32_t fine_lo = std::max(least, coarse - 1), fine_hi = std::min(most, coarse + 1);
   // One window for every place tried, the trackers' among them.
-  auto [t0, t1] = l.Window(seam, std::min(fine_lo, estimate_valid ? 0 : fine_lo),
-                           std::max(fine_hi, estimate_valid ? 0 : fine_hi));
+  // Plain variables, not a structured binding: the lambda below captures t0.
+  const auto window = l.Window(seam, std::min(lo, estimate_valid ? 0 : lo),
+                               std::max(hi, estimate_valid ? 0 : hi));
+  std::int64_t t0 = window.first, t1 = window.second;
   if (t1 - t0 > 2 * kFineHalf) {
     t0 = std::clamp<std::int64_t>(seam - kFineHalf, t0, t1 - 2 * kFineHalf);
     t1 = t0 + 2 * kFineHalf;
@@ -147,51 +150,63 @@ Found Search(const Layout& l, std::int32_t seam, std::int32_t least, std::int32_
   const std::uint8_t* fp = l.FrameAt(t0, l.r0);
   const std::ptrdiff_t f_step = l.horizontal ? l.step * l.frame_pitch : l.frame_pitch;
   const std::ptrdiff_t c_step = l.horizontal ? l.step * l.canvas_pitch : l.canvas_pitch;
-  // The frame's brightness moved to the canvas's at the coarse place (the two frames'
-  // exposures may differ), measured on every fourth compared line (or every other one).
+  // Each place is compared with the frame's brightness moved to its own (the two frames'
+  // exposures may differ, and a brightness slope makes one offset wrong for the others),
+  // measured on every fourth compared line (or every other one).
   static constexpr std::array<std::uint8_t, kMaxRow> kZero{};
   const std::int32_t every = rows >= 32 ? 4 : rows >= 8 ? 2 : 1;
   const std::int32_t sampled = (rows + every - 1) / every;
   const std::int64_t frame_sum =
       k.block_sad(fp, every * f_step, kZero.data(), 0, sampled, n, 0, UINT32_MAX);
-  const std::int64_t canvas_sum = k.block_sad(l.CanvasAt(t0, l.r0, coarse, 0), every * c_step,
-                                              kZero.data(), 0, sampled, n, 0, UINT32_MAX);
-  const auto bias = static_cast<std::int32_t>(std::clamp<std::int64_t>(
-      (canvas_sum - frame_sum) / (std::int64_t{sampled} * n), -255, 255));
   constexpr std::int32_t kW = 2 * kRefineAlong + 1, kH = 2 * kRefineAcross + 1;
   std::array<std::uint32_t, kW * kH> sad;
   sad.fill(UINT32_MAX);
   std::uint32_t limit = UINT32_MAX;
   auto cost = [&](std::int32_t da, std::int32_t dc) {
     std::uint32_t& v = sad[static_cast<std::size_t>((dc + kRefineAcross) * kW + da + kRefineAlong)];
+    if (v != UINT32_MAX) return v;
+    const std::uint8_t* cp = l.CanvasAt(t0, l.r0, da, dc);
+    const std::int64_t canvas_sum =
+        k.block_sad(cp, every * c_step, kZero.data(), 0, sampled, n, 0, UINT32_MAX);
+    const auto bias = static_cast<std::int32_t>(std::clamp<std::int64_t>(
+        (canvas_sum - frame_sum) / (std::int64_t{sampled} * n), -255, 255));
     // A place that cannot beat the best so far may stop early: its partial sum, kept, is
     // already no better than the best.
-    if (v == UINT32_MAX)
-      v = k.block_sad(fp, f_step, l.CanvasAt(t0, l.r0, da, dc), c_step, rows, n, bias, limit);
+    v = k.block_sad(fp, f_step, cp, c_step, rows, n, bias, limit);
     return v;
   };
-  if (estimate_valid) found.start = cost(0, 0);
-  std::int32_t ba = coarse, bc = 0;
-  std::uint32_t best = limit = cost(ba, bc);
-  for (bool moved = true; moved;) {
-    moved = false;
-    const std::int32_t ca = ba, cc = bc;
-    for (std::int32_t dc = cc - 1; dc <= cc + 1; ++dc) {
-      for (std::int32_t da = ca - 1; da <= ca + 1; ++da) {
-        if (da < fine_lo || da > fine_hi || dc < -kRefineAcross || dc > kRefineAcross) continue;
-        const std::uint32_t v = cost(da, dc);
-        if (v < best) {
-          best = limit = v;
-          ba = da;
-          bc = dc;
-          moved = true;
+  if (estimate_valid) found.start = limit = cost(0, 0);
+  std::array<std::int32_t, 3> starts{coarse};
+  std::size_t count = 1;
+  if (estimate_valid && coarse != 0) starts[count++] = 0;
+  if (guess >= lo && guess <= hi && guess != coarse && guess != 0) starts[count++] = guess;
+  for (std::size_t i = 0; i < count; ++i) {
+    std::int32_t ba = starts[i], bc = 0;
+    std::uint32_t best = cost(ba, bc);
+    for (bool moved = true; moved;) {
+      moved = false;
+      const std::int32_t ca = ba, cc = bc;
+      for (std::int32_t dc = std::max(cc - 1, -kRefineAcross);
+           dc <= std::min(cc + 1, kRefineAcross); ++dc) {
+        for (std::int32_t da = std::max(ca - 1, lo); da <= std::min(ca + 1, hi); ++da) {
+          const std::uint32_t v = cost(da, dc);
+          if (v < best) {
+            best = v;
+            ba = da;
+            bc = dc;
+            moved = true;
+          }
         }
       }
     }
+    // A partial sum is never below the limit it stopped at, so it never wins here.
+    if (best < found.best) {
+      found.best = best;
+      found.along = ba;
+      found.across = bc;
+    }
+    limit = std::min(limit, found.best);
   }
-  found.along = ba;
-  found.across = bc;
-  found.best = best;
   found.pixels = static_cast<std::uint32_t>(std::int64_t{rows} * n);
   return found;
 }
@@ -243,7 +258,7 @@ bool RefineTravel(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int3
   l.r1 = std::min(l.frame_cross - l.frame_cross / 10, l.c1 - l.base_c - kRefineAcross);
   if (l.r1 - l.r0 < 16) return false;
   if (horizontal) {
-    l.step = (l.r1 - l.r0 + kMaxAcross - 1) / kMaxAcross;
+    l.step = static_cast<std::ptrdiff_t>((l.r1 - l.r0 + kMaxAcross - 1) / kMaxAcross);
   } else {
     // Across a vertical sweep the lines are contiguous: the middle of them, every one.
     const std::int64_t keep = std::min<std::int64_t>(l.r1 - l.r0, kMaxRow);
@@ -271,11 +286,10 @@ bool RefineTravel(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int3
   const std::int32_t reach = far ? kRefineAlong : kCoarse;
   const std::int32_t lo = std::max(least, -reach), hi = std::min(most, reach);
   if (lo > hi) return false;
-  Found found = Search(l, seam, least, most, lo, hi, estimate_valid);
-  if (horizontal && l.step > 1 && found.best != UINT32_MAX && found.best > kNoisy * found.pixels) {
-    l.step = 1;
-    found = Search(l, seam, least, most, lo, hi, estimate_valid);
-  }
+  const std::int32_t guess = far ? static_cast<std::int32_t>(std::clamp<std::int64_t>(
+                                       std::int64_t{expected} - along, lo, hi))
+                                 : 0;
+  const Found found = Search(l, seam, lo, hi, estimate_valid, guess);
   if (found.best == UINT32_MAX) return false;
   // A move must be clearly better than the trackers' place, not noise on a flat minimum.
   if ((found.along == 0 && found.across == 0) ||

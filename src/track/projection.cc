@@ -103,6 +103,11 @@ std::int32_t Horizontal(const ZMOSIMAGE* image, const ZMOSRECT* rect, std::uint3
 }
 
 }  // namespace
+
+bool PlainSums(std::uint32_t format) {
+  return VerticalPixels(format) == Pixels::kPlanar && NativeByteOrder() == ByteOrder::kLittle;
+}
+
 }  // namespace lumivex::track
 
 using namespace lumivex::track;

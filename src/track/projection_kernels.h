@@ -21,6 +21,10 @@ enum class LumaBytes {
 // The machine's byte order, tested at run time on a stored word.
 ByteOrder NativeByteOrder();
 
+// Whether the column sums of `format` are plain sums of plane 0's bytes (one byte a pixel,
+// on a little-endian machine), from the rectangle's left rounded down to a multiple of 4.
+bool PlainSums(std::uint32_t format);
+
 // Adds the column sums of `rows` lines of `width` pixels into out[0..width). Groups of
 // four pixels are read as 32-bit words (two words for two-byte pixels) and split into
 // bytes assuming `order`; a kernel run on a machine of the other order therefore sums

@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "src/platform/wrap.h"
+#include "src/kernels/kernels.h"
+#include "src/track/projection_kernels.h"
 #include "src/track/tracker.h"
 
 namespace lumivex::track {
@@ -111,6 +113,32 @@ std::pair<std::int32_t, std::int32_t> HoriMeasureRange(const ZMOSVideoTracker* t
   return {0, t->lWidth};
 }
 
+// The row strips entering and leaving a rectangle moved by fewer than 11 rows (which the
+// projection functions refuse), summed straight from plane 0 where the column sums are
+// plain sums, so that the moved projection comes out as projecting the moved rectangle
+// would, at the cost of the strips alone. False where they are not plain sums. (Row sums
+// of column strips this narrow cost more than projecting the moved rectangle.)
+bool RowStrips(const ZMOSIMAGE* image, const ZMOSRECT& rect, std::int32_t shift,
+               std::int32_t limit, std::uint32_t* entering, std::uint32_t* leaving) {
+  if (!PlainSums(image->dwFormat)) return false;
+  const std::int32_t width = rect.lRight - rect.lLeft;
+  const std::int32_t lo = rect.lTop, hi = rect.lBottom;
+  const auto [e0, e1] = shift > 0 ? std::pair{std::max(lo - shift, 0), lo}
+                                  : std::pair{hi, std::min(hi - shift, limit)};
+  const auto [l0, l1] = shift > 0 ? std::pair{std::max(hi - shift, 0), hi}
+                                  : std::pair{lo, std::min(lo - shift, limit)};
+  const lumivex::kernels::KernelSet& k = lumivex::kernels::Active();
+  auto sums = [&](std::int32_t a, std::int32_t b, std::uint32_t* out) {
+    std::fill(out, out + width, 0u);
+    // The projection's columns start at the left rounded down to a multiple of 4.
+    k.column_sums(width, b - a, image->pPlane[0] + a * image->lPitch[0] + (rect.lLeft & ~3),
+                  image->lPitch[0], out);
+  };
+  sums(e0, e1, entering);
+  sums(l0, l1, leaving);
+  return true;
+}
+
 // Projection of a rectangle moved by `shift` across its long side, built from the
 // unmoved projection `cur` and the projections of two strips: cur + entering - leaving.
 // `vertical` moves columns (row sums), otherwise rows (column sums). The result is
@@ -132,21 +160,23 @@ std::int32_t MovedProjection(ZMOSVideoTracker* t, const ZMOSIMAGE* image, const 
   };
   auto project = vertical ? ProjectV : ProjectH;
   std::int32_t res;
-  if (shift > -11 && shift < 11) {
+  if (shift > -11 && shift < 11 && !vertical && RowStrips(image, rect, shift, limit, third, fourth)) {
+    // Summed straight from the pixels below.
+  } else if (shift > -11 && shift < 11) {
     // Strips this narrow cannot be projected on their own: project the moved rectangle.
     res = project(image, strip(std::max(lo - shift, 0), std::min(hi - shift, limit)), third);
     if (res != 0) return res;
     *signal = third;
     return ZMOS_OK;
-  }
-  if (shift > 0) {
+  } else if (shift > 0) {
     res = project(image, strip(std::max(lo - shift, 0), lo), third);
     if (res == 0) res = project(image, strip(std::max(hi - shift, 0), hi), fourth);
+    if (res != 0) return res;
   } else {
     res = project(image, strip(lo, std::min(lo - shift, limit)), fourth);
     if (res == 0) res = project(image, strip(hi, std::min(hi - shift, limit)), third);
+    if (res != 0) return res;
   }
-  if (res != 0) return res;
   const std::int32_t n = vertical ? rect.lBottom - rect.lTop : rect.lRight - rect.lLeft;
   for (std::int32_t k = 0; k < n; ++k) third[k] = cur[k] + third[k] - fourth[k];
   *signal = third;
@@ -164,13 +194,14 @@ const std::uint32_t* AtReferenceExposure(const lumivex::Policy& policy, ZMOSVide
   const std::int64_t lo = std::max<std::int64_t>(off, 0);
   const std::int64_t hi = std::min<std::int64_t>(len, std::int64_t{len} + off);
   if (hi - lo < 8) return cur;
+  // Neighbouring entries share most of their pixels: every fourth one measures the ratio.
   std::uint64_t sp = 0, sc = 0;
-  for (std::int64_t x = lo; x < hi; ++x) {
+  for (std::int64_t x = lo; x < hi; x += 4) {
     sp += prev[x];
     sc += cur[x - off];
   }
   if (sp == 0 || sc == 0) return cur;
-  // Q16; sums of at most 8192 entries of 32 bits stay below 2^45, so the shift fits.
+  // Q16; sums of at most 2048 entries of 32 bits stay below 2^43, so the shift fits.
   const std::uint64_t ratio = std::min<std::uint64_t>((sp << 16) / sc, std::uint64_t{1} << 24);
   if (ratio > 65536 - 164 && ratio < 65536 + 164) return cur;
   std::uint32_t* out = t->pScratch[1];
@@ -191,7 +222,8 @@ const std::uint32_t* MatchAgainAtReferenceExposure(const lumivex::Policy& policy
                                                    std::int32_t* off) {
   const std::uint32_t* scaled = AtReferenceExposure(policy, t, prev, cur, len, *off);
   if (scaled == cur) return cur;
-  constexpr std::int32_t kAgain = 12;
+  // The pull of a brightness slope is a pixel or two.
+  constexpr std::int32_t kAgain = 4;
   std::int32_t again = *off;
   if (Direct(t, prev, scaled, len, &again, kAgain) == 0) *off = again;
   return scaled;
