@@ -92,7 +92,16 @@ void RunCapture(Input& in) {
     if (angle >= 180 && in.Bool()) break;
   }
   ZMOSIMAGE result{};
-  if (ZMOS_Stitch(engine, &result, nullptr) == 0) TouchImage(&result);
+  if (ZMOS_Stitch(engine, &result, nullptr) == 0) {
+    TouchImage(&result);
+    // Every plane the result names lies in the work buffer; one with no bytes has no pointer.
+    for (int p = 0; p < 3; ++p) {
+      const std::uint8_t* plane = result.pPlane[p];
+      Check(plane == nullptr || (plane >= work.data() && plane < work.data() + work.size()),
+            "result planes lie in the work buffer");
+      Check(result.lPitch[p] > 0 || plane == nullptr, "a plane without bytes has no pointer");
+    }
+  }
   work.CheckGuards("work buffer after the stitch");
   if (in.Bool()) {
     // A second stitch and selection after the end are harmless.

@@ -5,6 +5,8 @@
 # Counts are differences between runs of bench/frame_cost over the same setup, so scene
 # generation and start-up cancel out. Repeatable on a noisy machine, unlike times.
 # Usage: scripts/instructions.sh [x86|arm|arm-noneon ...]   (default: all three)
+# LUMIVEX_COST_SWEEP=SWEEP.y4m (I420, from `lumivex simulate`) measures its frames instead of
+# the synthetic scene's, at its own size (LUMIVEX_COST_SIZE, default 640x480).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -12,6 +14,9 @@ targets=("$@")
 [[ ${#targets[@]} -gt 0 ]] || targets=(x86 arm arm-noneon)
 frames=${LUMIVEX_COST_FRAMES:-24}
 profile=${LUMIVEX_COST_PROFILE:-exact}
+recorded=${LUMIVEX_COST_SWEEP:-}
+sizes=(640x480 1280x720 1920x1080)
+[[ -z $recorded ]] || sizes=("${LUMIVEX_COST_SIZE:-640x480}")
 plugin=build/libinsn_count.so
 
 build() {
@@ -49,9 +54,12 @@ for target in "${targets[@]}"; do
   fi
   echo "== $target ($profile profile, $frames frames)"
   printf '%-10s %14s %14s %10s %16s\n' size "insns/frame" "floor/frame" "x floor" "stitch insns"
-  for size in 640x480 1280x720 1920x1080; do
+  for size in "${sizes[@]}"; do
     w=${size%x*} h=${size#*x}
-    run() { count "$target" "$dir/bench/frame_cost" "$1" "$w" "$h" "$frames" "$profile"; }
+    run() {
+      count "$target" "$dir/bench/frame_cost" "$1" "$w" "$h" "$frames" "$profile" \
+        ${recorded:+"$(realpath "$recorded")"}
+    }
     setup=$(run setup) per=$(run frames) floor=$(run floor) sweep=$(run sweep) stitch=$(run stitch)
     printf '%-10s %14d %14d %10.2f %16d\n' "$size" $(((per - setup) / frames)) \
       $(((floor - setup) / frames)) "$(echo "($per - $setup) / ($floor - $setup)" | bc -l)" \

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  cmake ninja-build g++ clang clang-format libclang-rt-14-dev
+  cmake ninja-build g++ clang clang-format libclang-rt-14-dev llvm
   googletest libgtest-dev libbenchmark-dev libjpeg-turbo-progs
   libpng-dev libjpeg62-turbo-dev pkgconf
   g++-arm-linux-gnueabihf qemu-user ffmpeg openjdk-17-jdk-headless

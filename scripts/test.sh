@@ -6,6 +6,7 @@
 #   arm       32-bit ARM (armv7-a with NEON, as Android's armeabi-v7a) cross build, run
 #             under qemu-arm
 #   arm-noneon  the same for ARM cores without NEON
+#   tsan      ThreadSanitizer: captures in several threads at once (the Threads tests)
 #   fuzz      clang + libFuzzer: replays the stored corpora, then runs each fuzz target for
 #             LUMIVEX_FUZZ_SECONDS (default 20) on a scratch copy of its corpus
 # Prints one summary line per configuration and exits non-zero if any fails.
@@ -15,7 +16,7 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 configs=("$@")
-[[ ${#configs[@]} -gt 0 ]] || configs=(native reference sanitize arm arm-noneon fuzz)
+[[ ${#configs[@]} -gt 0 ]] || configs=(native reference sanitize tsan arm arm-noneon fuzz)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 cmake_args() {
@@ -23,6 +24,8 @@ cmake_args() {
     native) echo "-DCMAKE_BUILD_TYPE=Release" ;;
     reference) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_SIMD=OFF -DLUMIVEX_BUILD_TOOLS=OFF" ;;
     sanitize) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_SANITIZE=ON" ;;
+    tsan) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_TSAN=ON -DLUMIVEX_BUILD_TOOLS=OFF" \
+               "-DLUMIVEX_BUILD_JNI=OFF" ;;
     arm) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_BUILD_TOOLS=OFF" \
               "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/arm-linux-gnueabihf.cmake" ;;
     arm-noneon) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_BUILD_TOOLS=OFF -DLUMIVEX_ARM_NEON=OFF" \
@@ -35,6 +38,11 @@ cmake_args() {
 
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1"
+
+# What each configuration builds and runs: the tsan one only the tests that start threads.
+build_target() { [[ $1 == tsan ]] && echo "--target engine_tests lumivex_testdata"; }
+test_filter() { [[ $1 == tsan ]] && echo "-R ^Threads\\."; }
 
 # Runs every fuzz target for a bounded time on a scratch copy of its corpus and appends a
 # ctest-style result line for the runs to the log. A finding fails the configuration; its
@@ -78,14 +86,18 @@ for config in "${configs[@]}"; do
   mkdir -p build
   echo "== $config: configure and build ($dir)"
   # shellcheck disable=SC2086
-  if ! { cmake -S . -B "$dir" -G Ninja $args && cmake --build "$dir" -j "$jobs"; } >"$log" 2>&1; then
+  # shellcheck disable=SC2046
+  if ! { cmake -S . -B "$dir" -G Ninja $args &&
+         cmake --build "$dir" -j "$jobs" $(build_target "$config"); } >"$log" 2>&1; then
     tail -n 40 "$log"
     summary+=("$config: build failed (see $log)")
     status=1
     continue
   fi
   echo "== $config: test"
-  ctest --test-dir "$dir" -j "$jobs" --output-on-failure --timeout 900 2>&1 | tee -a "$log" |
+  # shellcheck disable=SC2046
+  ctest --test-dir "$dir" -j "$jobs" --output-on-failure --timeout 900 $(test_filter "$config") 2>&1 |
+    tee -a "$log" |
     grep -E '^(\s*[0-9]+/[0-9]+ Test|[0-9]+% tests passed|The following tests|\s+[0-9]+ - )' |
     grep -v ' Passed ' || true
   line=$(grep -E '[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)

@@ -8,5 +8,6 @@
 #include "lumivex/select.h"
 #include "lumivex/stitch.h"
 #include "lumivex/track.h"
+#include "lumivex/version.h"
 
 #endif /* LUMIVEX_LUMIVEX_H_ */

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "src/android/bitmap_api.h"
 #include "src/android/rvk_internal.h"
@@ -38,6 +39,9 @@ JavaVM* g_vm = nullptr;
 constexpr int kSlots = 64;
 CCamHandlerVideoRVK* g_handlers[kSlots] = {};
 std::uint32_t g_generation = 0;
+// The handler table is the process's; Java may start, feed and stop captures from
+// several threads, so every look-up and change holds this lock.
+std::mutex g_handlers_mutex;
 
 // Keys carry a generation so a stale key never finds a newer handler in the same slot.
 std::int32_t KeyFor(int slot) {
@@ -122,6 +126,7 @@ std::int32_t Forward(CCamHandlerVideoRVK* h) {
 }  // namespace
 
 std::int32_t AddHandler(CCamHandlerVideoRVK* handler) {
+  const std::lock_guard<std::mutex> lock(g_handlers_mutex);
   for (int i = 0; i < kSlots; ++i) {
     if (g_handlers[i] == nullptr) {
       g_handlers[i] = handler;
@@ -133,12 +138,14 @@ std::int32_t AddHandler(CCamHandlerVideoRVK* handler) {
 }
 
 CCamHandlerVideoRVK* FindHandler(std::int32_t key) {
+  const std::lock_guard<std::mutex> lock(g_handlers_mutex);
   const int slot = (key & 0xFF) - 1;
   if (key == 0 || slot < 0 || slot >= kSlots || g_keys[slot] != key) return nullptr;
   return g_handlers[slot];
 }
 
 void RemoveHandler(std::int32_t key) {
+  const std::lock_guard<std::mutex> lock(g_handlers_mutex);
   const int slot = (key & 0xFF) - 1;
   if (key == 0 || slot < 0 || slot >= kSlots || g_keys[slot] != key) return;
   g_handlers[slot] = nullptr;
@@ -146,6 +153,7 @@ void RemoveHandler(std::int32_t key) {
 }
 
 MBITMAP* FindResultBitmap(std::int32_t key) {
+  const std::lock_guard<std::mutex> lock(g_handlers_mutex);
   for (int i = 0; i < kSlots; ++i) {
     CCamHandlerVideoRVK* h = g_handlers[i];
     if (h != nullptr && h->lBitmapKey == key && key != 0 && h->ResultBitmap.pPlane[0] != nullptr)

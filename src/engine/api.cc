@@ -2,6 +2,7 @@
 // selection statuses into result codes and of the direction into four flags.
 #include <cstring>
 
+#include "lumivex/version.h"
 #include "src/engine/profile.h"
 #include "src/engine/sweep_stitcher.h"
 
@@ -18,11 +19,11 @@ extern "C" {
 
 int32_t ZMOS_GetVersion(ZMOSVERSION* pVersion) {
   if (pVersion == nullptr) return ZMOS_ERR_INVALID_PARAM;
-  pVersion->lMajor = 2;
-  pVersion->lMinor = 3;
-  pVersion->lBuild = 12019;
-  pVersion->lRevision = 61;
-  PutText(pVersion->szVersion, "Velqor_Lumivex_2.3.12019.61");
+  pVersion->lMajor = LUMIVEX_VERSION_MAJOR;
+  pVersion->lMinor = LUMIVEX_VERSION_MINOR;
+  pVersion->lBuild = LUMIVEX_VERSION_PATCH;
+  pVersion->lRevision = LUMIVEX_VERSION_TWEAK;
+  PutText(pVersion->szVersion, "Velqor_Lumivex_" LUMIVEX_VERSION_STRING);
   PutText(pVersion->szDate, "06/20/2013");
   PutText(pVersion->szCopyright, "Copyright (c) 2013 Velqor. All rights reserved.");
   return ZMOS_OK;
@@ -101,6 +102,15 @@ int32_t ZMOS_Stitch(ZMOSSWEEPSTITCHER* hEngine, ZMOSIMAGE* pResult, ZMOSPROGRESS
   ZMOSGetResultImagesN(hEngine, &images, &count);
   // The record only: the pixels stay in the work buffer until ZMOS_UnInit.
   if (images != nullptr && count > 0 && images[0] != nullptr) *pResult = *images[0];
+  // A plane that holds no bytes (a panorama one pixel wide has no chroma columns) is
+  // reported with no pointer and pitch 0: the address worked out for it may lie past the
+  // block the pixels live in, and a host must never be handed one.
+  for (int p = 0; p < 3; ++p) {
+    if (pResult->lPitch[p] <= 0) {
+      pResult->pPlane[p] = nullptr;
+      pResult->lPitch[p] = 0;
+    }
+  }
   return ZMOS_OK;
 }
 

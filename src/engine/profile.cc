@@ -5,6 +5,7 @@
 #include "src/engine/profile.h"
 
 #include <array>
+#include <mutex>
 
 namespace lumivex::engine {
 namespace {
@@ -14,12 +15,14 @@ struct QualityEngine {
   QualityState state;
 };
 
-// One capture runs at a time per process; a few slots leave room for hosts that keep
-// an engine around while starting the next.
-std::array<QualityEngine, 8> g_quality_engines{};
+// Captures may run in several threads at once, each with its own engine: the table is
+// looked up and changed under a lock; a slot's state is then used by its engine alone.
+std::array<QualityEngine, 16> g_quality_engines{};
+std::mutex g_quality_mutex;
 
 QualityEngine* Find(const ZMOSSWEEPSTITCHER* engine) {
   if (engine == nullptr) return nullptr;
+  const std::lock_guard<std::mutex> lock(g_quality_mutex);
   for (QualityEngine& q : g_quality_engines)
     if (q.engine == engine) return &q;
   return nullptr;
@@ -44,6 +47,7 @@ lumivex::select::Coasting* CoastingOf(const ZMOSSWEEPSTITCHER* engine) {
 bool SetQuality(const ZMOSSWEEPSTITCHER* engine, bool quality) {
   ForgetProfile(engine);
   if (!quality) return true;
+  const std::lock_guard<std::mutex> lock(g_quality_mutex);
   for (QualityEngine& q : g_quality_engines) {
     if (q.engine == nullptr) {
       q = QualityEngine{engine, QualityState{}};
@@ -54,7 +58,10 @@ bool SetQuality(const ZMOSSWEEPSTITCHER* engine, bool quality) {
 }
 
 void ForgetProfile(const ZMOSSWEEPSTITCHER* engine) {
-  if (QualityEngine* q = Find(engine)) *q = QualityEngine{};
+  if (QualityEngine* q = Find(engine)) {
+    const std::lock_guard<std::mutex> lock(g_quality_mutex);
+    *q = QualityEngine{};
+  }
 }
 
 }  // namespace lumivex::engine

@@ -20,9 +20,6 @@
 namespace lumivex::engine {
 namespace {
 
-// The last scaled direction-detection offsets; recorded for diagnosis only.
-std::int32_t g_DetectX = 0, g_DetectY = 0;
-
 constexpr std::int32_t StepFor(std::int32_t w) {
   return w * 14 / 1280;
 }
@@ -70,7 +67,6 @@ std::int32_t DetectDirection(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const
         res != 0)
       return res;
     ZMOSSetMaxOffet_PBM(s.hTracker, w / 10, h / 10);
-    g_DetectX = g_DetectY = 0;
     return ZMOSVideoTrackerRunFF_PBM(s.hTracker, &track, f);
   }
   if (const std::int32_t res = ZMOSVideoTrackerRunFF_PBM(s.hTracker, &track, f); res != 0)
@@ -78,8 +74,6 @@ std::int32_t DetectDirection(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const
   const std::int32_t big_w = frame.lWidth, t = s.lDirThreshold;
   const auto sx = static_cast<std::int32_t>(std::int64_t{big_w} * f[0] / w);
   const auto sy = static_cast<std::int32_t>(std::int64_t{big_w} * f[1] / w);
-  g_DetectX = sx;
-  g_DetectY = sy;
   if (sx > t) {
     s.lDirection = 0;
   } else if (sx < -t) {

@@ -11,7 +11,7 @@
 
 namespace lumivex::engine {
 
-WrongAxisSums g_WrongAxis = {};
+thread_local WrongAxisSums g_WrongAxis = {};
 
 namespace {
 

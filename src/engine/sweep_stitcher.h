@@ -58,12 +58,13 @@ struct ZMOSSWEEPSTITCHER {
 
 namespace lumivex::engine {
 
-// Wrong-axis sums of frame selection: process-wide and never reset, so they carry over
-// from one capture to the next.
+// Wrong-axis sums of frame selection: never reset, so they carry over from one capture
+// to the next one run in the same thread (one set a thread: captures in other threads
+// never touch them).
 struct WrongAxisSums {
   std::int32_t sx, sy;
 };
-extern WrongAxisSums g_WrongAxis;
+extern thread_local WrongAxisSums g_WrongAxis;
 
 // Bytes of work buffer one capture of that frame size and angle needs; -1 when the
 // engine cannot run it.

@@ -109,9 +109,12 @@ int32_t ZMOSCreateImage_AOD(ZMOSIMAGE** ppImage, int32_t lWidth, int32_t lHeight
     if (hMemMgr == nullptr) MMemFree(hMemMgr, image);
     return res;
   }
+  // Each plane is below 2^62 bytes, but three of them can pass 2^63: the sum stops as
+  // soon as it is too large to allocate.
+  constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
   std::int64_t size = 0;
-  for (int p = 0; p < 3; ++p) size += std::int64_t{image->lPitch[p]} * rows[p];
-  void* block = size <= std::numeric_limits<std::int32_t>::max()
+  for (int p = 0; p < 3 && size <= kMax; ++p) size += std::int64_t{image->lPitch[p]} * rows[p];
+  void* block = size <= kMax
                     ? ibAllocAlign(hMemMgr, static_cast<std::int32_t>(size))
                     : nullptr;
   if (block == nullptr) {

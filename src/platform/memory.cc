@@ -272,8 +272,11 @@ void* MMemAlloc(MHandle hMemMgr, int32_t lSize) {
   if (lSize < 0) return nullptr;
   if (hMemMgr == nullptr) {
     // Process heap, with the same 16-byte alignment as the work buffer.
+    // posix_memalign, not aligned_alloc: Android's C library has the latter only from
+    // API 28, and the binding runs from API 21.
     const std::size_t n = AlignUp(lSize == 0 ? 1 : static_cast<std::size_t>(lSize));
-    return std::aligned_alloc(kAlign, n);
+    void* p = nullptr;
+    return posix_memalign(&p, kAlign, n) == 0 ? p : nullptr;
   }
   Arena* a = ArenaOf(hMemMgr);
   return a != nullptr ? ArenaAlloc(a, lSize) : nullptr;

@@ -26,8 +26,9 @@ struct Policy {
   // Where the sweep axis is too plain to measure (sky, calm water), the recent speed is
   // carried for up to a second's worth of frames instead of reading the camera as still.
   bool coast_through_plain_stretches = false;
-  // Strips are brought to the first frame's exposure before they are blended, so a phone
-  // that adjusts exposure while panning leaves no bands.
+  // The exposure steps between strips (measured over pixels neither frame clipped) are
+  // taken out before blending, keeping the camera's slow trend, black and clipped white:
+  // a phone that adjusts exposure while panning leaves no bands.
   bool equalize_exposure = false;
   // A finishing pass short of memory fails the stitch with 4, instead of leaving the rest
   // of the seams unblended in a panorama reported as good.

@@ -11,9 +11,6 @@
 
 namespace lumivex::select {
 
-Accumulators g_SelectorTravel = {};
-Accumulators g_SingleSelectorTravel = {};
-
 namespace {
 bool Horizontal(std::int32_t direction) {
   return direction == 0 || direction == 1;
@@ -192,7 +189,7 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   if (hSelector == nullptr || !ValidFrames(pFrame, pTrackFrame, plOffset, plStatus))
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSFRAMESELECTOR& s = *hSelector;
-  Accumulators& acc = g_SelectorTravel;
+  Accumulators& acc = s.travel;
   const std::int32_t w = pTrackFrame->lWidth, h = pTrackFrame->lHeight;
   const std::int32_t big_w = pFrame->lWidth, big_h = pFrame->lHeight;
   if (s.hTrackerRF == nullptr) {
@@ -289,7 +286,7 @@ int32_t ZMOSFrameSelectorRun_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* p
   if (hSelector == nullptr || !ValidFrames(pFrame, pFrame, plOffset, plStatus))
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSFRAMESELECTOR& s = *hSelector;
-  Accumulators& acc = g_SingleSelectorTravel;
+  Accumulators& acc = s.single_travel;
   if (s.hTrackerRF == nullptr) {
     const std::int32_t vertical = s.lDirection == 2 || s.lDirection == 3 ? 1 : 0;
     acc = Accumulators{};

@@ -8,6 +8,14 @@
 #include "lumivex/track.h"
 #include "src/platform/policy.h"
 
+namespace lumivex::select {
+// Travel since the last kept frame and frames since it.
+struct Accumulators {
+  std::int32_t x, y, n;
+  std::int32_t spare[2];
+};
+}  // namespace lumivex::select
+
 struct ZMOSFRAMESELECTOR {
   MHandle hMemMgr;
   std::int32_t lMinStep;
@@ -19,18 +27,15 @@ struct ZMOSFRAMESELECTOR {
   std::int32_t lStatus;
   std::int32_t lLastX;
   std::int32_t lLastY;
+  // Each selector's own (not the process's), so captures in several threads, or
+  // interleaved in one, never add to each other's travel: one set for the two-tracker
+  // run, one for the single-tracker run.
+  lumivex::select::Accumulators travel;
+  lumivex::select::Accumulators single_travel;
 };
 
 namespace lumivex::select {
 
-// Travel since the last kept frame and frames since it, shared by every selector of the
-// process: one set for the two-tracker run, one for the single-tracker run.
-struct Accumulators {
-  std::int32_t x, y, n;
-  std::int32_t spare[2];
-};
-extern Accumulators g_SelectorTravel;
-extern Accumulators g_SingleSelectorTravel;
 
 // The status of a frame from the travel since the last kept frame (quarter frame sizes
 // w4, h4 bound the drift); the tests run in order and a later one overwrites an earlier.

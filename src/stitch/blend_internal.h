@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 
 #include "lumivex/stitch.h"
 #include "src/platform/wrap.h"
@@ -12,6 +13,10 @@
 namespace lumivex::stitch {
 
 // Engine-wide blend state: one table at a time, shared by every blend.
+// The blend table is the process's: every exported function that installs, reads or frees
+// it holds this lock for the whole call, so blends in different threads never meet a
+// table half made or freed. (Recursive: those functions call one another.)
+std::unique_lock<std::recursive_mutex> LockBlendTable();
 extern std::uint32_t g_PathSearchThreshold;
 extern MHandle g_hBlendTableMemMgr;
 extern std::int32_t g_BlendTableWidth;

@@ -302,6 +302,7 @@ extern "C" {
 int32_t BlendPlaneAlongSeam(uint8_t* pFirst, const uint8_t* pSecond, int32_t lFirstPitch,
                             int32_t lSecondPitch, int32_t lWidth, int32_t lHeight,
                             const int32_t* plPath, int32_t lBand, int32_t lSide, MHandle) {
+  const auto lock = LockBlendTable();
   if (pFirst == nullptr || pSecond == nullptr || plPath == nullptr) return ZMOS_ERR_NO_TEXTURE;
   if (g_BlendTable == nullptr) return ZMOS_ERR_NO_TEXTURE;  // released: no weights to read
   const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
@@ -315,6 +316,7 @@ int32_t BlendPlaneAlongSeam(uint8_t* pFirst, const uint8_t* pSecond, int32_t lFi
 int32_t BlendPlanarChroma(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond, const ZMOSRECT* pFirstRect,
                           const ZMOSRECT* pSecondRect, int32_t* plPath, int32_t lSide,
                           MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   if (pFirst == nullptr || pSecond == nullptr || !StepRectFits(*pFirst, pFirstRect))
     return ZMOS_ERR_NO_TEXTURE;
   return PlanarChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, plPath, lSide, hMemMgr);
@@ -323,6 +325,7 @@ int32_t BlendPlanarChroma(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond, const ZMO
 int32_t BlendInterleavedChroma(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
                                const ZMOSRECT* pFirstRect, const ZMOSRECT* pSecondRect,
                                int32_t* plPath, int32_t lSide, MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   if (pFirst == nullptr || pSecond == nullptr || !StepRectFits(*pFirst, pFirstRect))
     return ZMOS_ERR_NO_TEXTURE;
   return InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, plPath, lSide, hMemMgr);
@@ -331,6 +334,7 @@ int32_t BlendInterleavedChroma(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
 int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
                               const ZMOSIMAGE* pSecond, const ZMOSRECT* pSecondRect, int32_t lSide,
                               MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   if (!ValidBlendArguments(pFirst, pFirstRect, pSecond, pSecondRect)) return ZMOS_ERR_NO_TEXTURE;
   const std::int32_t w_overlap = pFirstRect->lRight - pFirstRect->lLeft;
   if (w_overlap < 1) return ZMOS_OK;

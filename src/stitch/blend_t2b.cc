@@ -170,6 +170,7 @@ extern "C" {
 int32_t BlendLumaAlongSeamT2B(uint8_t* pFirst, const uint8_t* pSecond, int32_t lFirstPitch,
                               int32_t lSecondPitch, int32_t lWidth, int32_t lHeight,
                               const int32_t* plPath, int32_t lBand, int32_t lSide, MHandle) {
+  const auto lock = LockBlendTable();
   if (pFirst == nullptr || pSecond == nullptr || plPath == nullptr || lSecondPitch <= 0)
     return ZMOS_ERR_NO_TEXTURE;
   if (g_BlendTable == nullptr) return ZMOS_ERR_NO_TEXTURE;  // released: no weights to read
@@ -187,6 +188,7 @@ int32_t BlendLumaAlongSeamT2B(uint8_t* pFirst, const uint8_t* pSecond, int32_t l
 int32_t BlendInterleavedChromaT2B(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
                                   const ZMOSRECT* pFirstRect, const ZMOSRECT* pSecondRect,
                                   int32_t* plPath, int32_t lSide, MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   if (pFirst == nullptr || pSecond == nullptr || !StepRectFits(*pFirst, pFirstRect))
     return ZMOS_ERR_NO_TEXTURE;
   return InterleavedChromaT2B(*pFirst, *pSecond, pFirstRect, pSecondRect, plPath, lSide, hMemMgr);
@@ -195,6 +197,7 @@ int32_t BlendInterleavedChromaT2B(ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond,
 int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
                                  const ZMOSIMAGE* pSecond, const ZMOSRECT* pSecondRect,
                                  int32_t lSide, MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   if (!ValidBlendArguments(pFirst, pFirstRect, pSecond, pSecondRect)) return ZMOS_ERR_NO_TEXTURE;
   const ZMOSRECT& r1 = *pFirstRect;
   const ZMOSRECT& r2 = *pSecondRect;

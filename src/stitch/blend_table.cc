@@ -33,7 +33,13 @@ void ReleaseInstalledTable(MHandle current) {
 
 }  // namespace
 
+std::unique_lock<std::recursive_mutex> LockBlendTable() {
+  static std::recursive_mutex mutex;
+  return std::unique_lock<std::recursive_mutex>(mutex);
+}
+
 void ForgetBlendTableOf(MHandle mgr) {
+  const auto lock = LockBlendTable();
   if (mgr == nullptr || g_BlendTableOwner != mgr) return;
   if (g_BlendTable != g_BlendTableStatic) g_BlendTable = nullptr;
   g_BlendTableOwner = nullptr;
@@ -190,6 +196,7 @@ using namespace lumivex::stitch;
 extern "C" {
 
 int32_t ZMOSCreateBlendTable(int32_t lWidth, MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   ReleaseInstalledTable(hMemMgr);
   // A negative request cannot be met.
   g_BlendTable = lWidth >= 0 && lWidth <= INT32_MAX / 4
@@ -205,10 +212,12 @@ int32_t ZMOSCreateBlendTable(int32_t lWidth, MHandle hMemMgr) {
 }
 
 void ZMOSReleaseBlendTable(void) {
+  const auto lock = LockBlendTable();
   ReleaseInstalledTable(g_hBlendTableMemMgr);
 }
 
 void ZMOSSetBlendTableBufferHeadle(MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   g_hBlendTableMemMgr = hMemMgr;
 }
 

@@ -122,6 +122,7 @@ extern "C" {
 int32_t ZMOSCreateImageBlender_SBI(ZMOSIMAGEBLENDER** phBlender, ZMOSIMAGE* pResult,
                                    int32_t lDirection, int32_t lMinOverlap,
                                    uint32_t dwPathSearchThreshold, MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   if (phBlender == nullptr) return ZMOS_ERR_INVALID_PARAM;
   *phBlender = nullptr;
   auto* b = static_cast<ZMOSIMAGEBLENDER*>(MMemAlloc(hMemMgr, sizeof(ZMOSIMAGEBLENDER)));
@@ -150,6 +151,7 @@ void ZMOSSetDirection_SBI(ZMOSIMAGEBLENDER* hBlender, int32_t lDirection) {
 int32_t ZMOSImageBlenderRun_SBI(ZMOSIMAGEBLENDER* hBlender, const ZMOSIMAGE* pFrame,
                                 const ZMOSRECT* pRect, const int32_t* plOffset, int32_t lSeam,
                                 int32_t lOverlapStart) {
+  const auto lock = LockBlendTable();
   if (hBlender == nullptr || pFrame == nullptr || plOffset == nullptr ||
       hBlender->pResult == nullptr)
     return ZMOS_ERR_INVALID_PARAM;
@@ -237,6 +239,7 @@ int32_t ZMOSCropResultImage_SBI(ZMOSIMAGEBLENDER* hBlender) {
 }
 
 void ZMOSReleaseImageBlender_SBI(ZMOSIMAGEBLENDER** phBlender) {
+  const auto lock = LockBlendTable();
   if (phBlender == nullptr || *phBlender == nullptr) return;
   ZMOSReleaseBlendTable();
   MMemFree((*phBlender)->hMemMgr, *phBlender);
@@ -246,6 +249,7 @@ void ZMOSReleaseImageBlender_SBI(ZMOSIMAGEBLENDER** phBlender) {
 int32_t ZMOSCreateImageStitcher_ISR(ZMOSIMAGESTITCHER** phStitcher, int32_t lWidth, int32_t lHeight,
                                     uint32_t dwFormat, int32_t lDirection, int32_t lCapacity,
                                     MHandle hMemMgr) {
+  const auto lock = LockBlendTable();
   if (phStitcher == nullptr) return ZMOS_ERR_INVALID_PARAM;
   *phStitcher = nullptr;
   auto* s = static_cast<ZMOSIMAGESTITCHER*>(MMemAlloc(hMemMgr, sizeof(ZMOSIMAGESTITCHER)));
@@ -271,6 +275,7 @@ int32_t ZMOSCreateImageStitcher_ISR(ZMOSIMAGESTITCHER** phStitcher, int32_t lWid
 int32_t ZMOSAddImage_ISR(ZMOSIMAGESTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
                          const int32_t* plOffset, int32_t lOverlap, int32_t lSeam,
                          int32_t lStripLength) {
+  const auto lock = LockBlendTable();
   if (hStitcher == nullptr || pFrame == nullptr || plOffset == nullptr)
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSIMAGESTITCHER& s = *hStitcher;
@@ -302,6 +307,7 @@ int32_t ZMOSAddImage_ISR(ZMOSIMAGESTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
 }
 
 int32_t ZMOSStitchBlendImage_ISR(ZMOSIMAGESTITCHER* hStitcher) {
+  const auto lock = LockBlendTable();
   if (hStitcher == nullptr) return ZMOS_ERR_INVALID_PARAM;
   std::int32_t last_result = ZMOS_OK;
   for (;;) {
@@ -327,6 +333,7 @@ void ZMOSGetResultImage_ISR(ZMOSIMAGESTITCHER* hStitcher, ZMOSIMAGE** ppImage) {
 }
 
 void ZMOSReleaseImageStitcher_ISR(ZMOSIMAGESTITCHER** phStitcher) {
+  const auto lock = LockBlendTable();
   if (phStitcher == nullptr || *phStitcher == nullptr) return;
   ZMOSIMAGESTITCHER* s = *phStitcher;
   ZMOSReleaseImageBlender_SBI(&s->hBlender);

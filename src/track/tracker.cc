@@ -7,7 +7,7 @@
 
 namespace lumivex::track {
 
-BandTextureTable BandTexture = {};
+thread_local BandTextureTable BandTexture = {};
 
 std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t to) {
   if (to <= from) return 0;

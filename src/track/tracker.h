@@ -39,15 +39,16 @@ static_assert(sizeof(void*) != 4 || sizeof(ZMOSVideoTracker) == 104,
 
 namespace lumivex::track {
 
-// Band texture measures shared by every tracker of the process: written by the
-// frame-to-frame tracker, read by the reference-frame tracker.
+// Band texture measures handed from the frame-to-frame tracker to the reference-frame
+// tracker within one frame's call; one table a thread, so captures in other threads
+// never see them.
 struct BandTextureTable {
   std::int32_t prev_hori[3];  // top, middle, bottom
   std::int32_t cur_hori[3];
   std::int32_t prev_vert[3];  // left, middle, right
   std::int32_t cur_vert[3];
 };
-extern BandTextureTable BandTexture;
+extern thread_local BandTextureTable BandTexture;
 
 // Whether the frame-to-frame tracker's last frame was too plain along its sweep axis for
 // the direct matcher (mode 0: the three horizontal bands together; mode 1: every vertical

@@ -134,6 +134,8 @@ TEST_F(ImageLayout, BadArgumentsAndExhaustion) {
   EXPECT_EQ(ZMOSCreateImage_AOD(&img, -2, 8, ZMOS_FORMAT_NV21, mgr_), ZMOS_ERR_INVALID_PARAM);
   EXPECT_EQ(ZMOSCreateImage_AOD(&img, 1 << 30, 1 << 20, ZMOS_FORMAT_NV21, mgr_),
             ZMOS_ERR_NO_MEMORY);
+  // Planes so large that their sizes' sum would pass 2^63 (a fuzzer's find).
+  EXPECT_EQ(ZMOSCreateImage_AOD(&img, 0x7FFFFFF0, 0x7FFFFFF0, 0x604, mgr_), ZMOS_ERR_NO_MEMORY);
   EXPECT_EQ(img, nullptr);
   // Exhausted by a large image: the record is given back.
   const int used = UsedBlocks();
