@@ -30,6 +30,12 @@ struct CCamHandlerVideoRVK {
   // Binding bookkeeping: the handler's own key and its result bitmap's.
   std::int32_t lKey;
   std::int32_t lBitmapKey;
+  // The profile the capture started with; under the quality one the binding reports
+  // failures as failures, with their reason (lFailure, the engine's result code).
+  std::int32_t lProfile;
+  std::int32_t lFailure;
+  // NV21 chroma rows gathered from YUV_420_888 planes that are not NV21 already.
+  std::uint8_t* pChroma;
 };
 
 namespace {
@@ -87,6 +93,7 @@ std::int32_t Forward(CCamHandlerVideoRVK* h) {
     res = ZMOS_Stitch(h->hEngine, &result, StitchProgress);
     _LOG2FILE("ZMOS_Stitch  res = %d", res);
     if (res != 0) {
+      h->lFailure = res;
       Notify(h, 3, nullptr);
       _LOG2FILE("ZMOS_Stitch error res = %d", res);
     } else {
@@ -121,6 +128,74 @@ std::int32_t Forward(CCamHandlerVideoRVK* h) {
   }
   _LOG2FILE("Forward --->");
   return res;
+}
+
+
+// A direct ByteBuffer's bytes; empty when the object is not one.
+struct Plane {
+  std::uint8_t* data = nullptr;
+  std::int64_t size = 0;
+};
+
+Plane DirectPlane(JNIEnv* env, jobject buffer) {
+  if (buffer == nullptr) return {};
+  auto* data = static_cast<std::uint8_t*>(env->GetDirectBufferAddress(buffer));
+  const jlong size = env->GetDirectBufferCapacity(buffer);
+  if (data == nullptr || size <= 0) return {};
+  return {data, size};
+}
+
+std::int32_t ChromaBytes(std::int32_t width, std::int32_t height) {
+  return static_cast<std::int32_t>(std::int64_t{width} * (height / 2));
+}
+
+// Whether `rows` rows of `row_bytes` bytes, `stride` apart, starting at `at`, lie inside
+// [begin, begin + size).
+bool RowsInside(const std::uint8_t* at, std::int64_t stride, std::int64_t rows,
+                std::int64_t row_bytes, const std::uint8_t* begin, std::int64_t size) {
+  if (at == nullptr || begin == nullptr || rows < 1 || row_bytes < 1 || stride < row_bytes)
+    return false;
+  const std::int64_t first = at - begin;
+  return first >= 0 && first + (rows - 1) * stride + row_bytes <= size;
+}
+
+// A YUV_420_888 image (CameraX, Camera2) as an NV21 frame for the engine. The luma is
+// used where it lies, with its row stride; so is the chroma when it already is NV21
+// (pixel stride 2, V one byte before U, as most phones deliver it). Other layouts (U
+// first, or planar) are gathered into `scratch`, width x height / 2 bytes. Every row read
+// is checked against its buffer's capacity first.
+bool Yuv420ToNv21(const Plane& y, const Plane& u, const Plane& v, std::int32_t y_stride,
+                  std::int32_t uv_stride, std::int32_t uv_pixel_stride, std::int32_t width,
+                  std::int32_t height, std::uint8_t* scratch, ZMOSIMAGE* frame) {
+  const std::int32_t cw = width / 2, ch = height / 2;
+  if (!RowsInside(y.data, y_stride, height, width, y.data, y.size) || uv_stride < 1 ||
+      (uv_pixel_stride != 1 && uv_pixel_stride != 2))
+    return false;
+  const std::int64_t chroma_row = std::int64_t{cw - 1} * uv_pixel_stride + 1;
+  if (!RowsInside(u.data, uv_stride, ch, chroma_row, u.data, u.size) ||
+      !RowsInside(v.data, uv_stride, ch, chroma_row, v.data, v.size))
+    return false;
+  *frame = ZMOSIMAGE{ZMOS_FORMAT_NV21, width, height, {y.data, nullptr}, {y_stride, 0, 0}};
+  // V then U in one run: the VU rows are the V plane's bytes, a row's last U the one byte
+  // past the V plane's last V, which is the U plane's own.
+  if (uv_pixel_stride == 2 && u.data == v.data + 1 && uv_stride >= width) {
+    frame->pPlane[1] = v.data;
+    frame->lPitch[1] = uv_stride;
+    return true;
+  }
+  if (scratch == nullptr) return false;
+  for (std::int32_t r = 0; r < ch; ++r) {
+    const std::uint8_t* ur = u.data + std::int64_t{r} * uv_stride;
+    const std::uint8_t* vr = v.data + std::int64_t{r} * uv_stride;
+    std::uint8_t* out = scratch + std::int64_t{r} * width;
+    for (std::int32_t c = 0; c < cw; ++c) {
+      out[2 * c] = vr[c * uv_pixel_stride];
+      out[2 * c + 1] = ur[c * uv_pixel_stride];
+    }
+  }
+  frame->pPlane[1] = scratch;
+  frame->lPitch[1] = width;
+  return true;
 }
 
 }  // namespace
@@ -194,7 +269,10 @@ void Notify(CCamHandlerVideoRVK* h, std::int32_t msg, jobject bitmap) {
       jmethodID init = env->GetMethodID(cls, "<init>", "(I)V");
       // Notification 2 carries the result bitmap's token (RvkPanorama turns it into
       // pixels); notification 3 the failure value 1.
-      if (init != nullptr) data = env->NewObject(cls, init, msg == 2 ? h->lBitmapKey : 1);
+      const std::int32_t failure = h->lProfile == ZMOS_PROFILE_QUALITY && h->lFailure != 0
+                                       ? h->lFailure
+                                       : 1;
+      if (init != nullptr) data = env->NewObject(cls, init, msg == 2 ? h->lBitmapKey : failure);
       env->DeleteLocalRef(cls);
       break;
     }
@@ -239,6 +317,7 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
   h->m_dwRVKMaxNumber = maxNumber < 1 || maxNumber > 30 ? 30 : maxNumber;
   h->lPreviewWidth = width;
   h->lPreviewHeight = height;
+  h->lProfile = CaptureProfile();
   _LOG2FILE("InitRVK <----");
   _LOG2FILE("lPreviewWidth=%d, lPreviewHeight=%d", width, height);
 
@@ -279,7 +358,7 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
     _LOG2FILE("ZMOS_Init ...");
     const std::int32_t res = ZMOS_Init(&h->m_StitchParam, &h->hEngine);
     if (res == 0) {
-      ZMOS_SetProfile(h->hEngine, CaptureProfile());
+      ZMOS_SetProfile(h->hEngine, h->lProfile);
       h->pUIImage = static_cast<ZMOSIMAGE*>(MMemAlloc(nullptr, sizeof(ZMOSIMAGE)));
       if (h->pUIImage != nullptr) {
         MMemSet(h->pUIImage, 0, sizeof(ZMOSIMAGE));
@@ -292,12 +371,25 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
       ok = false;
     }
   }
+  if (ok) {
+    h->pChroma = static_cast<std::uint8_t*>(MMemAlloc(nullptr, ChromaBytes(width, height)));
+    ok = h->pChroma != nullptr;
+  }
   if (!ok) {
     MMemFree(nullptr, h->pWorkMem);
     MMemFree(nullptr, h->pResultMem);
     h->pWorkMem = nullptr;
     h->pResultMem = nullptr;
     _LOG2FILE("InitRVK Failed ---->");
+    // A handle that can never capture would leave a host waiting for a result that
+    // never comes: under the quality profile there is none.
+    if (h->lProfile == ZMOS_PROFILE_QUALITY) {
+      ZMOS_UnInit(&h->hEngine);
+      MMemFree(nullptr, h->pUIImage);
+      MMemFree(nullptr, h);
+      _LOG2FILE("JNI_InitRVK ---->");
+      return 0;
+    }
   }
   h->jHost = env->NewGlobalRef(host);
   h->lKey = AddHandler(h);
@@ -315,6 +407,7 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
     MMemFree(nullptr, h->pWorkMem);
     MMemFree(nullptr, h->pResultMem);
     MMemFree(nullptr, h->pUIImage);
+    MMemFree(nullptr, h->pChroma);
     env->DeleteGlobalRef(h->jHost);
     MMemFree(nullptr, h);
     _LOG2FILE("JNI_InitRVK ---->");
@@ -323,6 +416,78 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
   _LOG2FILE("JNI_InitRVK ---->");
   return h->lKey;
 }
+
+namespace {
+
+// One frame through the engine, the preview and the notifications.
+std::int32_t ProcessFrame(JNIEnv* env, CCamHandlerVideoRVK* h, const ZMOSIMAGE& frame) {
+  if (h->bFinished) return ZMOS_ERR_NO_TEXTURE;
+  _LOG2FILE("StitchRVK <----");
+  _LOG2FILE("FindRVK <---");
+  std::int32_t offset[2] = {0, 0}, count = 0, flags[4] = {0, 0, 0, 0}, angle = 0;
+  std::int32_t res = ZMOS_SelectFrames(h->hEngine, &frame, &frame, offset, &count, flags, &angle);
+  std::int32_t kept = count == 1 ? 1 : 0;
+  // The quality engine lays a too-fast frame one strip on and goes on, as the program
+  // does: the capture continues, its angle read back from the engine.
+  if (res == ZMOS_ERR_TOO_FAST && h->lProfile == ZMOS_PROFILE_QUALITY) {
+    _LOG2FILE("too fast: the frame is laid one strip on");
+    ZMOSCalculateAngle_SWT(h->hEngine, &angle);
+    kept = 1;
+    res = 0;
+  }
+  const std::int32_t tip = TipOf(flags);
+  if (res == 0) {
+    res = h->pUIImage != nullptr
+              ? ZMOS_UpdateUIImage(h->hEngine, &frame, h->pUIImage, 6, h->UIParam)
+              : ZMOS_ERR_INVALID_PARAM;
+    if (res == 0 && h->pUIImage->lWidth > 0 && h->pUIImage->lHeight > 0) {
+      MBITMAP wrap{};
+      BuildBmpFromZMOSIMAGE(h->pUIImage, &wrap);
+      MBITMAP* rgb = MdBitmapAlloc(wrap.lWidth, wrap.lHeight, MPAF_RGB16_R5G6B5);
+      if (rgb != nullptr && ConvertCS(&wrap, rgb) == 0) {
+        jobject bitmap = GetBitmapFromMBitmap(env, rgb);
+        if (bitmap != nullptr) {
+          Notify(h, 4, bitmap);
+          env->DeleteLocalRef(bitmap);
+        }
+      }
+      MdBitmapFree(rgb);
+    } else {
+      _LOG2FILE("ZMOS_UpdateUIImage Failed res = %d\n", res);
+    }
+  }
+  if (res == 0) {
+    if (h->PanoInfo[3] == 0) h->PanoInfo[3] = tip;
+    if (h->PanoInfo[3] != 0) {
+      h->PanoInfo[0] = angle;
+      h->PanoInfo[1] = offset[0];
+      h->PanoInfo[2] = offset[1];
+      h->PanoInfo[4] = kept;
+      _LOG2FILE("panorama tip dir=%d, lDirection=%d, offset(%d,%d), angle=%d", h->PanoInfo[3],
+                EngineDirection(h->PanoInfo[3]), offset[0], offset[1], angle);
+      Notify(h, 1, nullptr);
+    }
+    _LOG2FILE("StitchRVK m_dwRVKCount=%d, lImageCount=%d", h->m_dwRVKCount, count);
+    h->m_dwRVKCount = kept;
+    res = Forward(h);
+    _LOG2FILE("StitchRVK ---->");
+  } else if (h->lProfile == ZMOS_PROFILE_QUALITY) {
+    // A failed sweep is a failure, with its reason; nothing is stitched or claimed.
+    _LOG2FILE("*** RVK match failed, res=%d", res);
+    h->bFinished = 1;
+    h->lFailure = res;
+    Notify(h, 3, nullptr);
+  } else {
+    _LOG2FILE("*** RVK match failed, m_dwRVKCount=%d", h->m_dwRVKCount);
+    h->PanoInfo[0] = 180;
+    Notify(h, 1, nullptr);
+    h->bFinished = 1;
+    res = Forward(h);
+  }
+  return res;
+}
+
+}  // namespace
 
 jint JNI_ProccessRVK(JNIEnv* env, jclass, jint handle, jbyteArray data, jint width, jint height) {
   CCamHandlerVideoRVK* h = FindHandler(handle);
@@ -340,65 +505,29 @@ jint JNI_ProccessRVK(JNIEnv* env, jclass, jint handle, jbyteArray data, jint wid
     _LOG2FILE("JNI_ProccessRVK ---->");
     return ZMOS_ERR_NO_MEMORY;
   }
-  std::int32_t res = 0;
-  if (h->bFinished) {
-    res = ZMOS_ERR_NO_TEXTURE;
-  } else {
-    _LOG2FILE("StitchRVK <----");
-    _LOG2FILE("FindRVK <---");
-    auto* pixels = reinterpret_cast<std::uint8_t*>(bytes);
-    ZMOSIMAGE frame{
-        ZMOS_FORMAT_NV21, width, height, {pixels, pixels + width * height}, {width, width, width}};
-    std::int32_t offset[2] = {0, 0}, count = 0, flags[4] = {0, 0, 0, 0}, angle = 0;
-    res = ZMOS_SelectFrames(h->hEngine, &frame, &frame, offset, &count, flags, &angle);
-    const std::int32_t kept = count == 1 ? 1 : 0;
-    const std::int32_t tip = TipOf(flags);
-    if (res == 0) {
-      res = h->pUIImage != nullptr
-                ? ZMOS_UpdateUIImage(h->hEngine, &frame, h->pUIImage, 6, h->UIParam)
-                : ZMOS_ERR_INVALID_PARAM;
-      if (res == 0 && h->pUIImage->lWidth > 0 && h->pUIImage->lHeight > 0) {
-        MBITMAP wrap{};
-        BuildBmpFromZMOSIMAGE(h->pUIImage, &wrap);
-        MBITMAP* rgb = MdBitmapAlloc(wrap.lWidth, wrap.lHeight, MPAF_RGB16_R5G6B5);
-        if (rgb != nullptr && ConvertCS(&wrap, rgb) == 0) {
-          jobject bitmap = GetBitmapFromMBitmap(env, rgb);
-          if (bitmap != nullptr) {
-            Notify(h, 4, bitmap);
-            env->DeleteLocalRef(bitmap);
-          }
-        }
-        MdBitmapFree(rgb);
-      } else {
-        _LOG2FILE("ZMOS_UpdateUIImage Failed res = %d\n", res);
-      }
-    }
-    if (res == 0) {
-      if (h->PanoInfo[3] == 0) h->PanoInfo[3] = tip;
-      if (h->PanoInfo[3] != 0) {
-        h->PanoInfo[0] = angle;
-        h->PanoInfo[1] = offset[0];
-        h->PanoInfo[2] = offset[1];
-        h->PanoInfo[4] = kept;
-        _LOG2FILE("panorama tip dir=%d, lDirection=%d, offset(%d,%d), angle=%d", h->PanoInfo[3],
-                  EngineDirection(h->PanoInfo[3]), offset[0], offset[1], angle);
-        Notify(h, 1, nullptr);
-      }
-      _LOG2FILE("StitchRVK m_dwRVKCount=%d, lImageCount=%d", h->m_dwRVKCount, count);
-      h->m_dwRVKCount = kept;
-      res = Forward(h);
-      _LOG2FILE("StitchRVK ---->");
-    } else {
-      _LOG2FILE("*** RVK match failed, m_dwRVKCount=%d", h->m_dwRVKCount);
-      h->PanoInfo[0] = 180;
-      Notify(h, 1, nullptr);
-      h->bFinished = 1;
-      res = Forward(h);
-    }
-  }
+  auto* pixels = reinterpret_cast<std::uint8_t*>(bytes);
+  const ZMOSIMAGE frame{
+      ZMOS_FORMAT_NV21, width, height, {pixels, pixels + width * height}, {width, width, width}};
+  const std::int32_t res = ProcessFrame(env, h, frame);
   env->ReleaseByteArrayElements(data, bytes, JNI_ABORT);
   _LOG2FILE("JNI_ProccessRVK ---->");
   return res;
+}
+
+jint JNI_ProcessYuvRVK(JNIEnv* env, jclass, jint handle, jobject y, jobject u, jobject v,
+                       jint y_stride, jint uv_stride, jint uv_pixel_stride, jint width,
+                       jint height) {
+  CCamHandlerVideoRVK* h = FindHandler(handle);
+  if (h == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  if (width <= 0 || height <= 0 || (width & 1) || (height & 1) || width != h->lPreviewWidth ||
+      height != h->lPreviewHeight)
+    return ZMOS_ERR_INVALID_PARAM;
+  const Plane py = DirectPlane(env, y), pu = DirectPlane(env, u), pv = DirectPlane(env, v);
+  ZMOSIMAGE frame{};
+  if (!Yuv420ToNv21(py, pu, pv, y_stride, uv_stride, uv_pixel_stride, width, height, h->pChroma,
+                    &frame))
+    return ZMOS_ERR_INVALID_PARAM;
+  return ProcessFrame(env, h, frame);
 }
 
 jint JNI_StopProcessRVK(JNIEnv*, jclass, jint handle) {
@@ -427,6 +556,7 @@ jint JNI_UnInitRVK(JNIEnv* env, jclass, jint handle) {
     h->ResultBitmap = MBITMAP{};
   }
   MMemFree(nullptr, h->pUIImage);
+  MMemFree(nullptr, h->pChroma);
   h->bFinished = 1;
   _LOG2FILE("UninitRVK --->");
   if (h->jHost != nullptr) env->DeleteGlobalRef(h->jHost);

@@ -28,8 +28,11 @@ jint Register_VideoRVK_Functions(JavaVM* vm, JNIEnv* env) {
        reinterpret_cast<void*>(JNI_StopProcessRVK)},
       {const_cast<char*>("_ProcessRVK"), const_cast<char*>("(I[BII)I"),
        reinterpret_cast<void*>(JNI_ProccessRVK)},
+      {const_cast<char*>("_ProcessYuvRVK"),
+       const_cast<char*>("(ILjava/nio/ByteBuffer;Ljava/nio/ByteBuffer;Ljava/nio/ByteBuffer;IIIII)I"),
+       reinterpret_cast<void*>(JNI_ProcessYuvRVK)},
   };
-  const jint res = env->RegisterNatives(cls, kMethods, 4);
+  const jint res = env->RegisterNatives(cls, kMethods, 5);
   env->DeleteLocalRef(cls);
   if (res < 0) return -1;
   _LOG2FILE("Register_Utils_Functions ---->");

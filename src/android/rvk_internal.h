@@ -33,6 +33,11 @@ jint JNI_UnInitRVK(JNIEnv* env, jclass clazz, jint handle);
 jint JNI_StopProcessRVK(JNIEnv* env, jclass clazz, jint handle);
 jint JNI_ProccessRVK(JNIEnv* env, jclass clazz, jint handle, jbyteArray data, jint width,
                      jint height);
+// A YUV_420_888 frame (CameraX's ImageProxy, Camera2's Image): three direct buffers,
+// the luma and chroma row strides and the chroma pixel stride (1 or 2).
+jint JNI_ProcessYuvRVK(JNIEnv* env, jclass clazz, jint handle, jobject y, jobject u, jobject v,
+                       jint y_stride, jint uv_stride, jint uv_pixel_stride, jint width,
+                       jint height);
 jint Register_VideoRVK_Functions(JavaVM* vm, JNIEnv* env);
 // The profile a capture starts with (RvkProfile.select; exact unless chosen).
 std::int32_t CaptureProfile();

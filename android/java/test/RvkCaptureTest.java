@@ -1,9 +1,11 @@
 import android.graphics.Bitmap;
+import androidx.camera.core.ImageProxy;
 import com.velqor.camera.rvk.MPanoInfo;
 import com.velqor.camera.rvk.RvkCaptureListener;
 import com.velqor.camera.rvk.RvkLog;
 import com.velqor.camera.rvk.RvkPanorama;
 import com.velqor.camera.rvk.RvkProfile;
+import com.velqor.camera.rvk.RvkYuvFrames;
 import com.velqor.camera.rvk.VideoRVK;
 import com.velqor.camera.rvk.desktop.HostKit;
 import java.io.DataInputStream;
@@ -120,6 +122,177 @@ public final class RvkCaptureTest {
       }
     }
     return true;
+  }
+
+  /** Feeds frames until the capture ends; returns the last status. */
+  private static int feed(int key, List<byte[]> frames, Recorder rec) {
+    int status = 0;
+    for (byte[] f : frames) {
+      status = VideoRVK._ProcessRVK(key, f, width, height);
+      if (status != 0 || rec.count(2) > 0 || rec.count(3) > 0) break;
+    }
+    return status;
+  }
+
+  /** A YUV_420_888 image of an NV21 frame, rows padded, chroma in the given layout. */
+  private static final class Yuv implements ImageProxy {
+    final PlaneProxy[] planes = new PlaneProxy[3];
+
+    /** layout 0: interleaved V first (NV21); 1: interleaved U first (NV12); 2: planar. */
+    Yuv(byte[] nv21, int layout) {
+      int pad = 24, ys = width + pad, cw = width / 2, ch = height / 2;
+      ByteBuffer y = ByteBuffer.allocateDirect(ys * (height - 1) + width);
+      for (int r = 0; r < height; r++) {
+        y.position(r * ys);
+        y.put(nv21, r * width, width);
+      }
+      planes[0] = plane(y, ys, 1);
+      int luma = width * height;
+      if (layout < 2) {
+        int cs = width + pad;
+        ByteBuffer both = ByteBuffer.allocateDirect(cs * (ch - 1) + width);
+        for (int r = 0; r < ch; r++) {
+          for (int c = 0; c < cw; c++) {
+            byte v = nv21[luma + r * width + 2 * c], u = nv21[luma + r * width + 2 * c + 1];
+            both.put(r * cs + 2 * c, layout == 0 ? v : u);
+            both.put(r * cs + 2 * c + 1, layout == 0 ? u : v);
+          }
+        }
+        ByteBuffer first = slice(both, 0, both.capacity() - 1);
+        ByteBuffer second = slice(both, 1, both.capacity() - 1);
+        planes[1] = plane(layout == 0 ? second : first, cs, 2);
+        planes[2] = plane(layout == 0 ? first : second, cs, 2);
+      } else {
+        int cs = cw + 8;
+        ByteBuffer u = ByteBuffer.allocateDirect(cs * (ch - 1) + cw);
+        ByteBuffer v = ByteBuffer.allocateDirect(cs * (ch - 1) + cw);
+        for (int r = 0; r < ch; r++) {
+          for (int c = 0; c < cw; c++) {
+            v.put(r * cs + c, nv21[luma + r * width + 2 * c]);
+            u.put(r * cs + c, nv21[luma + r * width + 2 * c + 1]);
+          }
+        }
+        planes[1] = plane(u, cs, 1);
+        planes[2] = plane(v, cs, 1);
+      }
+    }
+
+    private static ByteBuffer slice(ByteBuffer b, int from, int length) {
+      ByteBuffer d = b.duplicate();
+      d.position(from);
+      d.limit(from + length);
+      return d.slice();
+    }
+
+    private static PlaneProxy plane(ByteBuffer b, int rowStride, int pixelStride) {
+      b.rewind();
+      return new PlaneProxy() {
+        @Override public int getRowStride() { return rowStride; }
+        @Override public int getPixelStride() { return pixelStride; }
+        @Override public ByteBuffer getBuffer() { return b; }
+      };
+    }
+
+    @Override public int getFormat() { return RvkYuvFrames.YUV_420_888; }
+    @Override public int getWidth() { return width; }
+    @Override public int getHeight() { return height; }
+    @Override public PlaneProxy[] getPlanes() { return planes; }
+    @Override public void close() {}
+  }
+
+  /** The panorama of a whole capture fed through YUV_420_888 images of one layout. */
+  private static byte[] yuvCapture(List<byte[]> frames, int layout) {
+    Recorder rec = new Recorder();
+    int key = VideoRVK._InitRVK(null, new VideoRVK(rec), 30, width, height);
+    for (byte[] f : frames) {
+      if (RvkYuvFrames.process(key, new Yuv(f, layout)) != 0 || rec.count(2) > 0) break;
+    }
+    RvkPanorama pano = rec.count(2) == 1 ? RvkPanorama.from(rec.last(2)) : null;
+    byte[] nv21 = pano != null ? pano.toNv21() : null;
+    VideoRVK._UninitRVK(key);
+    return nv21;
+  }
+
+  /** Under the quality profile the binding tells failures as failures. */
+  private static void qualityBinding(List<byte[]> frames) {
+    // A moment of haste: twelve frames skipped at once.
+    List<byte[]> hasty = new ArrayList<>(frames.subList(0, 20));
+    hasty.addAll(frames.subList(32, frames.size()));
+    // The exact profile ends there, reports 180 degrees and stitches what it had.
+    Recorder exact = new Recorder();
+    int key = VideoRVK._InitRVK(null, new VideoRVK(exact), 30, width, height);
+    feed(key, hasty, exact);
+    RvkPanorama short_ = exact.count(2) == 1 ? RvkPanorama.from(exact.last(2)) : null;
+    MPanoInfo exactLast = (MPanoInfo) exact.last(1);
+    check(short_ != null && short_.width < 2 * width && exactLast != null && exactLast.angle == 180,
+        "exact: a too-fast sweep ends with 180 degrees and a short panorama");
+    VideoRVK._UninitRVK(key);
+
+    RvkProfile.select(RvkProfile.QUALITY);
+    Recorder host = new Recorder();
+    check(VideoRVK._InitRVK(null, new VideoRVK(host), 30, 321, 240) == 0,
+        "quality: an odd width gives no handle");
+    check(VideoRVK._InitRVK(null, new VideoRVK(host), 30, 20000, 20000) == 0,
+        "quality: a size no buffer can hold gives no handle");
+
+    // The capture goes on and completes.
+    Recorder fast = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(fast), 30, width, height);
+    int status = feed(key, hasty, fast);
+    MPanoInfo fastLast = (MPanoInfo) fast.last(1);
+    check(status == 0 && fast.count(2) == 1 && fast.count(3) == 0 && fastLast != null
+            && fastLast.angle >= 180,
+        "quality: a too-fast sweep completes: " + fastLast);
+    VideoRVK._UninitRVK(key);
+
+    // Turning back mid-sweep: notification 3 with the engine's reason, no panorama, and
+    // onFailure(reason) through the typed listener.
+    int[] reason = {0};
+    Recorder turned = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(turned), 30, width, height);
+    for (int k = 0; k < 25; k++) VideoRVK._ProcessRVK(key, frames.get(k), width, height);
+    status = 0;
+    for (int k = 23; k >= 0 && status == 0; k -= 3) {
+      status = VideoRVK._ProcessRVK(key, frames.get(k), width, height);
+    }
+    check(status == VideoRVK.FAILURE_SWEEP_WENT_WRONG && turned.count(2) == 0
+            && Integer.valueOf(VideoRVK.FAILURE_SWEEP_WENT_WRONG).equals(turned.last(3)),
+        "quality: turning back ends with notification 3 and its reason: " + turned.last(3));
+    MPanoInfo turnedLast = (MPanoInfo) turned.last(1);
+    check(turnedLast == null || turnedLast.angle < 180, "quality: no fake angle of 180");
+    VideoRVK._UninitRVK(key);
+    key = VideoRVK._InitRVK(null, new VideoRVK(new RvkCaptureListener() {
+      @Override public void onProgress(MPanoInfo info) {}
+      @Override public void onPanorama(RvkPanorama panorama) {}
+      @Override public void onFailure(int why) { reason[0] = why; }
+    }), 30, width, height);
+    for (int k = 0; k < 25; k++) VideoRVK._ProcessRVK(key, frames.get(k), width, height);
+    for (int k = 23; k >= 0 && reason[0] == 0; k -= 3) {
+      VideoRVK._ProcessRVK(key, frames.get(k), width, height);
+    }
+    check(reason[0] == VideoRVK.FAILURE_SWEEP_WENT_WRONG, "quality: onFailure(reason) " + reason[0]);
+    VideoRVK._UninitRVK(key);
+
+    // YUV_420_888 with padded rows, in every chroma layout, gives the NV21 capture's panorama.
+    Recorder packed = new Recorder();
+    key = VideoRVK._InitRVK(null, new VideoRVK(packed), 30, width, height);
+    feed(key, frames, packed);
+    RvkPanorama pano = packed.count(2) == 1 ? RvkPanorama.from(packed.last(2)) : null;
+    byte[] nv21 = pano != null ? pano.toNv21() : null;
+    VideoRVK._UninitRVK(key);
+    check(nv21 != null, "quality: the packed NV21 capture completes");
+    String[] names = {"V first", "U first", "planar"};
+    for (int layout = 0; layout < 3; layout++) {
+      check(Arrays.equals(yuvCapture(frames, layout), nv21),
+          "YUV_420_888, " + names[layout] + ", padded rows: the NV21 capture's panorama");
+    }
+    key = VideoRVK._InitRVK(null, new VideoRVK(new Recorder()), 30, width, height);
+    ByteBuffer tiny = ByteBuffer.allocateDirect(16);
+    check(VideoRVK._ProcessYuvRVK(key, tiny, tiny, tiny, width, width, 2, width, height) == 2
+            && VideoRVK._ProcessYuvRVK(key, null, null, null, width, width, 2, width, height) == 2,
+        "planes smaller than their strides say are refused with 2");
+    VideoRVK._UninitRVK(key);
+    RvkProfile.select(RvkProfile.EXACT);
   }
 
   private static byte[] concat(List<byte[]> frames, int count) {
@@ -257,6 +430,8 @@ public final class RvkCaptureTest {
     check(VideoRVK._InitRVK(null, null, 30, width, height) == 0, "a null host gives 0");
     check(VideoRVK._InitRVK(null, host, 30, 0, height) == 0, "a zero width gives 0");
     check(VideoRVK._InitRVK(null, host, 30, width, 0) == 0, "a zero height gives 0");
+
+    qualityBinding(frames);
 
     check(HostKit.bitmapOfFormat(0x70000002) == null, "an NV21 bitmap exports as null");
     check(HostKit.bitmapOfFormat(0x50000811) == null, "an I420 bitmap exports as null");

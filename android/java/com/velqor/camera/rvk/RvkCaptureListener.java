@@ -18,5 +18,14 @@ public interface RvkCaptureListener {
   void onPanorama(RvkPanorama panorama);
 
   /** The capture ended without a panorama. */
-  void onFailure();
+  default void onFailure() {}
+
+  /**
+   * The capture ended without a panorama, for {@code reason}: one of the
+   * {@code VideoRVK.FAILURE_*} codes ({@code FAILURE_UNKNOWN} under the exact profile).
+   * By default it calls {@link #onFailure()}.
+   */
+  default void onFailure(int reason) {
+    onFailure();
+  }
 }

@@ -6,7 +6,8 @@ package com.velqor.camera.rvk;
  *
  * <p>{@link #EXACT}, the default, runs the engine unchanged. {@link #QUALITY} corrects
  * what spoils real panoramas: small steps read as drift, a sweep starting on sky given
- * up, and colour fringes at seams when half the frame width is odd. Call it from the
+ * up, and colour fringes at seams when half the frame width is odd, among others; through
+ * the binding it also reports failures truthfully (see {@link VideoRVK}). Call it from the
  * thread that drives the captures.
  */
 public final class RvkProfile {

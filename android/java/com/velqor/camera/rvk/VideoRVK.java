@@ -11,14 +11,20 @@ import android.graphics.Bitmap;
  *   <li>{@link #MSG_PROGRESS}: an {@link MPanoInfo};
  *   <li>{@link #MSG_CAPTURE_SUCCESS}: an {@code Integer} naming the panorama, which
  *       {@link RvkPanorama#from} turns into NV21 bytes or a Bitmap;
- *   <li>{@link #MSG_CAPTURE_FAILED}: {@code Integer} 1;
+ *   <li>{@link #MSG_CAPTURE_FAILED}: an {@code Integer}: 1 under the exact profile; under
+ *       the quality profile the reason, one of the {@code FAILURE_*} codes;
  *   <li>{@link #MSG_PREVIEW}: the live preview, an {@code android.graphics.Bitmap} (RGB 565).
  * </ul>
  *
- * <p>Threading: call every method of a capture from one thread (the camera's preview
- * callback thread, say); notifications arrive on that thread, inside the call that caused
- * them. One capture at a time per process: the engine keeps process-wide state while it
- * stitches, so start the next capture after {@link #_UninitRVK} of the previous one.
+ * <p>Under {@link RvkProfile#QUALITY}, {@link #_InitRVK} gives 0 when the capture cannot
+ * run (an odd or impossible size, no memory), a sweep that goes wrong ends with
+ * {@link #MSG_CAPTURE_FAILED} and its reason, and a too-fast moment is recovered from.
+ * The exact profile keeps the engine's historical behaviour: a handle without an engine,
+ * and any failure stitched and reported as a success.
+ *
+ * <p>Threading: call the methods of one capture from one thread at a time (the camera's
+ * analysis thread, say); notifications arrive on that thread, inside the call that caused
+ * them. Captures may run in several threads at once.
  */
 public class VideoRVK {
   static {
@@ -30,6 +36,14 @@ public class VideoRVK {
   public static final int MSG_CAPTURE_SUCCESS = 2;
   public static final int MSG_CAPTURE_FAILED = 3;
   public static final int MSG_PREVIEW = 4;
+
+  /** Failure reasons (quality profile), the {@code Integer} of {@link #MSG_CAPTURE_FAILED}. */
+  public static final int FAILURE_UNKNOWN = 1;
+  public static final int FAILURE_INVALID_ARGUMENT = 2;
+  public static final int FAILURE_NO_MEMORY = 4;
+  public static final int FAILURE_TOO_LITTLE_TEXTURE = 5;
+  public static final int FAILURE_SWEEP_WENT_WRONG = 0x7001;
+  public static final int FAILURE_TOO_FAST = 0x7003;
 
   /** Direction tips, {@link MPanoInfo#direction}. */
   public static final int DIRECTION_UNKNOWN = 0;
@@ -61,11 +75,11 @@ public class VideoRVK {
           if (panorama != null) {
             typed.onPanorama(panorama);
           } else {
-            typed.onFailure();
+            typed.onFailure(FAILURE_UNKNOWN);
           }
           break;
         case MSG_CAPTURE_FAILED:
-          typed.onFailure();
+          typed.onFailure(data instanceof Integer ? (Integer) data : FAILURE_UNKNOWN);
           break;
         case MSG_PREVIEW:
           if (data instanceof Bitmap) typed.onPreview((Bitmap) data);
@@ -91,4 +105,13 @@ public class VideoRVK {
 
   /** One NV21 preview frame of width x height. */
   public static native int _ProcessRVK(int handle, byte[] nv21, int width, int height);
+
+  /**
+   * One YUV_420_888 frame of the capture's size from three direct buffers (see
+   * {@link RvkYuvFrames}, which takes a CameraX or Camera2 image): luma row stride, chroma
+   * row stride and chroma pixel stride (1 or 2). Returns 2 for planes too small for them.
+   */
+  public static native int _ProcessYuvRVK(int handle, java.nio.ByteBuffer y,
+      java.nio.ByteBuffer u, java.nio.ByteBuffer v, int yRowStride, int uvRowStride,
+      int uvPixelStride, int width, int height);
 }
