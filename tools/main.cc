@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lumivex/lumivex.h"
+#include "src/engine/policy.h"
 #include "tools/cli/commands.h"
 
 namespace {
@@ -33,7 +34,10 @@ int Dispatch(const CommandSpec& spec, Read read, Run run, std::span<const std::s
 int Version(std::span<const std::string>, const std::string&) {
   ZMOSVERSION v;
   if (ZMOS_GetVersion(&v) != ZMOS_OK) return kEngineInit;
-  std::printf("%s (%s)\n%s\n", v.szVersion, v.szDate, v.szCopyright);
+  std::printf("%s (%s)\n%s\nlumivex %s\n\nquality profile (the default; --profile exact turns it off):\n",
+              v.szVersion, v.szDate, v.szCopyright, LUMIVEX_VERSION_STRING);
+  for (const lumivex::Correction& c : lumivex::kCorrections)
+    std::printf("  %-22s %s\n", c.name, c.summary);
   return kOk;
 }
 

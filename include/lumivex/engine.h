@@ -76,10 +76,9 @@ LUMIVEX_API int32_t ZMOS_Stitch(ZMOSSWEEPSTITCHER* hEngine, ZMOSIMAGE* pResult,
 LUMIVEX_API int32_t ZMOS_UnInit(ZMOSSWEEPSTITCHER** phEngine);
 
 /* Profiles. EXACT (the default) keeps every decision of the engine as it was defined, bit for
- * bit. QUALITY corrects the ones that spoil real panoramas: small steps read as cross
- * travel by the reference tracker, direction detection giving up on a sky that only the
- * horizontal bands see, chroma crossed at seams when half the frame width is odd, a
- * capture lost to one too-fast frame, and travel lost over plain stretches.
+ * bit. QUALITY corrects the ones that spoil real panoramas (README and `lumivex version`
+ * list them: small steps, a start on sky, chroma at odd overlaps, too-fast moments, plain
+ * stretches, exposure steps and changes, the seams' placement, ...).
  * The profile belongs to one engine: other engines and the functions below called
  * directly stay exact. */
 enum { ZMOS_PROFILE_EXACT = 0, ZMOS_PROFILE_QUALITY = 1 };

@@ -4,7 +4,7 @@
 #define LUMIVEX_SRC_ENGINE_PROFILE_H_
 
 #include "lumivex/engine.h"
-#include "src/platform/policy.h"
+#include "src/engine/policy.h"
 #include "src/select/frame_selector.h"
 
 namespace lumivex::engine {

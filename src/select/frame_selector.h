@@ -6,7 +6,7 @@
 
 #include "lumivex/select.h"
 #include "lumivex/track.h"
-#include "src/platform/policy.h"
+#include "src/engine/policy.h"
 
 namespace lumivex::select {
 // Travel since the last kept frame and frames since it.

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "lumivex/stitch.h"
-#include "src/platform/policy.h"
+#include "src/engine/policy.h"
 
 struct ZMOSDIRECTSTITCHER {
   MHandle hMemMgr;

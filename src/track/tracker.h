@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "lumivex/track.h"
-#include "src/platform/policy.h"
+#include "src/engine/policy.h"
 
 // Field order is part of the record's contract: 26 words on the 32-bit target.
 struct ZMOSVideoTracker {

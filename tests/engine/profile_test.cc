@@ -10,10 +10,36 @@
 #include <utility>
 #include <vector>
 
+#include <fstream>
+#include <set>
+#include <sstream>
+
 #include "lumivex/lumivex.h"
+#include "src/engine/policy.h"
 #include "tests/support/test_support.h"
 
 namespace {
+
+// The list of corrections is the one place they are named: every switch of the policy is
+// on it once, the quality policy is exactly its switches, and the README names each.
+TEST(Corrections, OneListNamesEverySwitch) {
+  static_assert(sizeof(lumivex::Policy) == std::size(lumivex::kCorrections) * sizeof(bool),
+                "every switch of Policy needs its entry in kCorrections");
+  std::set<std::string> names;
+  lumivex::Policy seen{};
+  for (const lumivex::Correction& c : lumivex::kCorrections) {
+    EXPECT_FALSE(seen.*c.flag) << c.name << " is listed twice";
+    seen.*c.flag = true;
+    EXPECT_TRUE(names.insert(c.name).second) << c.name;
+    EXPECT_TRUE(lumivex::kQualityPolicy.*c.flag) << c.name;
+    EXPECT_FALSE(lumivex::kExactPolicy.*c.flag) << c.name;
+  }
+  std::ifstream readme(std::string(LUMIVEX_SOURCE_DIR) + "/README.md");
+  std::stringstream text;
+  text << readme.rdbuf();
+  for (const std::string& name : names)
+    EXPECT_NE(text.str().find("`" + name + "`"), std::string::npos) << name << " not in README";
+}
 
 using lumivex::test::ColourPlanes;
 using lumivex::test::Frame;

@@ -2,8 +2,8 @@
 // decision as the engine has always made it; the quality profile corrects the decisions
 // that spoil real panoramas. Kernels never look at this: only the few decision points
 // named here, each told the policy of the engine that runs them.
-#ifndef LUMIVEX_SRC_PLATFORM_POLICY_H_
-#define LUMIVEX_SRC_PLATFORM_POLICY_H_
+#ifndef LUMIVEX_SRC_ENGINE_POLICY_H_
+#define LUMIVEX_SRC_ENGINE_POLICY_H_
 
 #include <cstdint>
 
@@ -46,18 +46,42 @@ struct Policy {
 };
 
 inline constexpr Policy kExactPolicy{};
-inline constexpr Policy kQualityPolicy{
-    .compensate_small_shifts = true,
-    .detect_on_either_axis = true,
-    .keep_overlap_chroma_phase = true,
-    .keep_too_fast_frames = true,
-    .coast_through_plain_stretches = true,
-    .equalize_exposure = true,
-    .report_unblended_seams = true,
-    .match_across_exposure = true,
-    .refine_travel_at_seam = true,
+
+// The quality profile's corrections, each once: its switch, a short name and what it does
+// for the user. The quality policy is every switch on; `lumivex version` and the help
+// print this list, and a test keeps it in step with Policy's switches.
+struct Correction {
+  bool Policy::*flag;
+  const char* name;
+  const char* summary;
 };
+inline constexpr Correction kCorrections[] = {
+    {&Policy::compensate_small_shifts, "small-steps",
+     "small steps along the sweep are not read as drift across it"},
+    {&Policy::detect_on_either_axis, "start-on-sky",
+     "a sweep that starts on sky finds its direction"},
+    {&Policy::keep_overlap_chroma_phase, "odd-overlap-chroma",
+     "no colour fringes at seams when half the frame width is odd"},
+    {&Policy::keep_too_fast_frames, "too-fast-recovery",
+     "a too-fast moment skips scenery instead of ending the sweep"},
+    {&Policy::coast_through_plain_stretches, "plain-stretches",
+     "travel is carried through sky and calm water"},
+    {&Policy::equalize_exposure, "exposure-steps",
+     "exposure steps between strips are taken out; clipped white stays white"},
+    {&Policy::report_unblended_seams, "report-unblended",
+     "a stitch short of memory fails instead of leaving seams unblended"},
+    {&Policy::match_across_exposure, "track-across-exposure",
+     "frames are tracked at one exposure while the camera's changes"},
+    {&Policy::refine_travel_at_seam, "seam-refinement",
+     "each kept frame is placed where it best meets the previous strip"},
+};
+
+inline constexpr Policy kQualityPolicy = [] {
+  Policy p;
+  for (const Correction& c : kCorrections) p.*c.flag = true;
+  return p;
+}();
 
 }  // namespace lumivex
 
-#endif  // LUMIVEX_SRC_PLATFORM_POLICY_H_
+#endif  // LUMIVEX_SRC_ENGINE_POLICY_H_
