@@ -2,11 +2,14 @@
 // exit status.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +17,8 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "tools/io/image_files.h"
@@ -483,3 +488,72 @@ TEST_F(CliVideo, ConventionalOptions) {
 }
 
 }  // namespace
+
+namespace {
+
+// Runs `lumivex ARGS` and sends SIGINT after `delay_ms` (never, when negative); returns
+// the exit status as a shell reports it and the run's duration.
+std::pair<int, double> RunInterrupted(const std::vector<std::string>& args, int delay_ms) {
+  std::vector<char*> argv{const_cast<char*>(LUMIVEX_CLI)};
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  const auto t0 = std::chrono::steady_clock::now();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    const int devnull = open("/dev/null", O_WRONLY);
+    dup2(devnull, STDOUT_FILENO);
+    dup2(devnull, STDERR_FILENO);
+    execv(LUMIVEX_CLI, argv.data());
+    _exit(127);
+  }
+  if (delay_ms >= 0) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
+    kill(pid, SIGINT);
+  }
+  int raw = 0;
+  waitpid(pid, &raw, 0);
+  const double ms =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw), ms};
+}
+
+std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+}  // namespace
+
+// Ctrl-C at any moment (reading, stitching, writing) leaves the existing output as it was,
+// or the new one whole: never a partial file, never a leftover temporary one.
+TEST_F(Cli, InterruptsNeverDamageTheOutput) {
+  if (!HavePhoto()) GTEST_SKIP() << "no photograph";
+  const std::string sweep = Path("sweep.y4m"), out = Path("pano.png");
+  ASSERT_EQ(Lumivex("simulate '" + photo_ + "' -o '" + sweep + "' --model slide --size 1280x720 -y")
+                .status,
+            0);
+  const std::vector<std::string> args{"stitch", sweep, "-o", out, "-y", "--quiet"};
+  const auto [status, whole_ms] = RunInterrupted(args, -1);
+  ASSERT_EQ(status, 0);
+  const std::string good = Slurp(out);
+  ASSERT_GT(good.size(), 1000u);
+  std::ofstream(out, std::ios::binary) << "an older panorama";
+  int interrupted = 0;
+  for (int i = 0; i < 8; ++i) {
+    const int delay = static_cast<int>(whole_ms * i / 8);
+    const auto [code, ms] = RunInterrupted(args, delay);
+    const std::string now = Slurp(out);
+    if (code == 130) {
+      ++interrupted;
+      EXPECT_EQ(now, "an older panorama") << "interrupted after " << delay << " ms";
+    } else {
+      EXPECT_EQ(code, 0);
+      EXPECT_EQ(now, good) << "finished after " << delay << " ms";
+      std::ofstream(out, std::ios::binary) << "an older panorama";
+    }
+    std::size_t files = 0;
+    for (const auto& e : fs::directory_iterator(dir_)) files += e.is_regular_file();
+    EXPECT_EQ(files, 3u) << "a temporary file was left after " << delay << " ms";  // sweep, its csv, pano
+  }
+  EXPECT_GE(interrupted, 4) << "too few runs were interrupted to cover read, stitch and write";
+}
