@@ -66,6 +66,27 @@ TEST(Profile, ChosenPerEngineBeforeTheFirstFrame) {
   ZMOS_UnInit(&b);
 }
 
+// A released engine gives its profile back: captures one after another in one buffer (so
+// each engine is at the last one's address) never run out of room for the quality
+// profile, and one that does not ask for it runs exact.
+TEST(Profile, ReleasedEnginesGiveTheirProfileBack) {
+  std::vector<std::uint8_t> work(lumivex::test::HandlerWorkBufferSize(320, 240));
+  ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, 320, 240, 320, 240};
+  for (int i = 0; i < 40; ++i) {
+    ZMOSSWEEPSTITCHER* e = nullptr;
+    ASSERT_EQ(ZMOS_Init(&param, &e), 0);
+    ASSERT_EQ(ZMOS_SetProfile(e, ZMOS_PROFILE_QUALITY), 0) << "capture " << i;
+    ZMOS_UnInit(&e);
+  }
+  // Coasting is the quality profile's alone: a plain frame after a textured one never
+  // coasts in an engine that was not asked for it.
+  ZMOSSWEEPSTITCHER* e = nullptr;
+  ASSERT_EQ(ZMOS_Init(&param, &e), 0);
+  EXPECT_EQ(ZMOS_SetProfile(e, ZMOS_PROFILE_EXACT), 0);
+  EXPECT_EQ(ZMOS_IsCoasting(e), 0);
+  ZMOS_UnInit(&e);
+}
+
 // An engine over its own work buffer, under a profile.
 struct ProfiledEngine {
   std::vector<std::uint8_t> work;

@@ -557,3 +557,18 @@ TEST_F(Cli, InterruptsNeverDamageTheOutput) {
   }
   EXPECT_GE(interrupted, 4) << "too few runs were interrupted to cover read, stitch and write";
 }
+
+// One too-fast frame ends an exact capture with status 7; the quality profile goes on.
+TEST_F(Cli, TooFastEndsOnlyTheExactProfile) {
+  if (!HavePhoto()) GTEST_SKIP() << "no photograph";
+  const std::string sweep = Path("fast.y4m");
+  ASSERT_EQ(Lumivex("simulate '" + photo_ + "' -o '" + sweep +
+                    "' --model slide --size 320x240 --too-fast-at 20 -y")
+                .status,
+            0);
+  const Outcome exact = Lumivex("stitch '" + sweep + "' -o '" + Path("e.jpg") +
+                                "' --profile exact -y --quiet");
+  EXPECT_EQ(exact.status, 7) << exact.out;
+  const Outcome quality = Lumivex("stitch '" + sweep + "' -o '" + Path("q.jpg") + "' -y --quiet");
+  EXPECT_EQ(quality.status, 0) << quality.out;
+}
