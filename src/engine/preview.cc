@@ -13,14 +13,16 @@ constexpr std::int32_t Even(std::int32_t v) {
 }
 
 bool PreviewFormat(std::uint32_t f) {
-  return f == 0x501 || f == 0x801 || f == 0x802;
+  return f == ZMOS_FORMAT_YUV422_501 || f == ZMOS_FORMAT_SEMIPLANAR420_801 || f == ZMOS_FORMAT_NV21;
 }
 
 // Nearest-sample access to the luma and chroma of the formats the preview handles.
 struct Sampler {
   const ZMOSIMAGE& img;
 
-  bool packed() const { return img.dwFormat == 0x501 || img.dwFormat == 0x502; }
+  bool packed() const {
+    return img.dwFormat == ZMOS_FORMAT_YUV422_501 || img.dwFormat == ZMOS_FORMAT_YUV422_502;
+  }
   std::uint8_t Luma(std::int32_t x, std::int32_t y) const {
     const std::uint8_t* row = img.pPlane[0] + std::int64_t{y} * img.lPitch[0];
     return packed() ? row[2 * x] : row[x];
@@ -30,15 +32,15 @@ struct Sampler {
     if (packed()) {
       const std::uint8_t* pair = img.pPlane[0] + std::int64_t{y} * img.lPitch[0] + 4 * (x / 2);
       // 0x501 carries U then V, 0x502 V then U.
-      *u = img.dwFormat == 0x501 ? pair[1] : pair[3];
-      *v = img.dwFormat == 0x501 ? pair[3] : pair[1];
+      *u = img.dwFormat == ZMOS_FORMAT_YUV422_501 ? pair[1] : pair[3];
+      *v = img.dwFormat == ZMOS_FORMAT_YUV422_501 ? pair[3] : pair[1];
       return;
     }
-    const std::int32_t row = img.dwFormat == 0x803 ? y : y / 2;
+    const std::int32_t row = img.dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803 ? y : y / 2;
     const std::uint8_t* pair = img.pPlane[1] + std::int64_t{row} * img.lPitch[1] + 2 * (x / 2);
     // NV21 (0x802) orders its chroma V, U; 0x801 and 0x803 U, V.
-    *u = img.dwFormat == 0x802 ? pair[1] : pair[0];
-    *v = img.dwFormat == 0x802 ? pair[0] : pair[1];
+    *u = img.dwFormat == ZMOS_FORMAT_NV21 ? pair[1] : pair[0];
+    *v = img.dwFormat == ZMOS_FORMAT_NV21 ? pair[0] : pair[1];
   }
 };
 
@@ -92,15 +94,17 @@ void DownSampleSemiPlanar(const ZMOSIMAGE& src, const ZMOSRECT& s, ZMOSIMAGE& ds
   }
   // One chroma pair per 2 x 2 block (2 x 1 for 0x803), taken from the source pair that
   // holds the block's first sample; NV21 (0x802) keeps V before U, the others U before V.
-  const bool full_rows = dst.dwFormat == 0x803;
-  const bool swap = (src.dwFormat == 0x802) != (dst.dwFormat == 0x802);
+  const bool full_rows = dst.dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803;
+  const bool swap = (src.dwFormat == ZMOS_FORMAT_NV21) != (dst.dwFormat == ZMOS_FORMAT_NV21);
   const std::int32_t first = std::max(x0 + (x0 & 1), cols.lo + (cols.lo & 1));
   for (std::int32_t ty = y0; ty < y1; ty += full_rows ? 1 : 2) {
     if (!full_rows && (ty & 1)) ++ty;
     if (ty >= y1) break;
     const std::int64_t sy = source_row(ty);
     if (sy < 0 || sy >= src.lHeight) continue;
-    const std::uint8_t* in = src.pPlane[1] + (src.dwFormat == 0x803 ? sy : sy / 2) * src.lPitch[1];
+    const std::uint8_t* in =
+        src.pPlane[1] +
+        (src.dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803 ? sy : sy / 2) * src.lPitch[1];
     std::uint8_t* out = dst.pPlane[1] + std::int64_t{full_rows ? ty : ty / 2} * dst.lPitch[1];
     std::int64_t sx = std::int64_t{s.lLeft} + (std::int64_t{first} - d.lLeft) * scale_x;
     for (std::int32_t tx = first; tx < cols.hi; tx += 2, sx += 2 * std::int64_t{scale_x}) {
@@ -114,8 +118,9 @@ void DownSampleSemiPlanar(const ZMOSIMAGE& src, const ZMOSRECT& s, ZMOSIMAGE& ds
 bool Sampleable(const ZMOSIMAGE& img) {
   const std::uint32_t f = img.dwFormat;
   if (img.pPlane[0] == nullptr) return false;
-  if (f == 0x501 || f == 0x502) return true;
-  return (f >= 0x801 && f <= 0x803) && img.pPlane[1] != nullptr;
+  if (f == ZMOS_FORMAT_YUV422_501 || f == ZMOS_FORMAT_YUV422_502) return true;
+  return (f >= ZMOS_FORMAT_SEMIPLANAR420_801 && f <= ZMOS_FORMAT_SEMIPLANAR422_803) &&
+         img.pPlane[1] != nullptr;
 }
 
 }  // namespace
@@ -135,7 +140,8 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
       pDstRect != nullptr ? *pDstRect : ZMOSRECT{0, 0, Even(pDst->lWidth), Even(pDst->lHeight)};
   if (std::int64_t{d.lBottom} - d.lTop < 1) return ZMOS_OK;
   const std::uint32_t sf = pSrc->dwFormat;
-  if (!(sf == 0x501 || sf == 0x502 || (sf >= 0x801 && sf <= 0x803)))
+  if (!(sf == ZMOS_FORMAT_YUV422_501 || sf == ZMOS_FORMAT_YUV422_502 ||
+        (sf >= ZMOS_FORMAT_SEMIPLANAR420_801 && sf <= ZMOS_FORMAT_SEMIPLANAR422_803)))
     return ZMOS_ERR_UNSUPPORTED_FORMAT;
   // A source without its planes, or a target this reduction cannot lay out, is a bad
   // argument rather than a format the engine does not read.
@@ -166,8 +172,9 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
         if ((tx & 1) == 0) {
           std::uint8_t u, v;
           PairChroma(src, sx, sy, lScaleX, &u, &v);
-          drow[2 * tx + 1] = pDst->dwFormat == 0x501 ? u : v;
-          if (tx + 1 < Even(pDst->lWidth)) drow[2 * tx + 3] = pDst->dwFormat == 0x501 ? v : u;
+          drow[2 * tx + 1] = pDst->dwFormat == ZMOS_FORMAT_YUV422_501 ? u : v;
+          if (tx + 1 < Even(pDst->lWidth))
+            drow[2 * tx + 3] = pDst->dwFormat == ZMOS_FORMAT_YUV422_501 ? v : u;
         }
       } else {
         drow[tx] = y;
@@ -176,7 +183,7 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
   }
   if (dst.packed()) return ZMOS_OK;
   // Chroma of the semi-planar target: one pair per 2 x 2 block (2 x 1 for 0x803).
-  const bool full_rows = pDst->dwFormat == 0x803;
+  const bool full_rows = pDst->dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803;
   for (std::int32_t ty = y0; ty < y1; ty += full_rows ? 1 : 2) {
     if (!full_rows && (ty & 1)) ++ty;
     if (ty >= y1) break;
@@ -186,8 +193,8 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
       if (!source(tx, ty, &sx, &sy)) continue;
       std::uint8_t u, v;
       PairChroma(src, sx, sy, lScaleX, &u, &v);
-      crow[tx] = pDst->dwFormat == 0x802 ? v : u;
-      crow[tx + 1] = pDst->dwFormat == 0x802 ? u : v;
+      crow[tx] = pDst->dwFormat == ZMOS_FORMAT_NV21 ? v : u;
+      crow[tx + 1] = pDst->dwFormat == ZMOS_FORMAT_NV21 ? u : v;
     }
   }
   return ZMOS_OK;
@@ -219,7 +226,7 @@ int32_t ZMOSUpdateUIImage(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
     }
     ZMOSIMAGE& p = *st.pPreview;
     *pUIImage = p;
-    if (p.dwFormat == 0x501) {
+    if (p.dwFormat == ZMOS_FORMAT_YUV422_501) {
       for (std::int32_t y = 0; y < p.lHeight; ++y)
         for (std::int32_t x = 0; x < p.lWidth; ++x) {
           p.pPlane[0][std::int64_t{y} * p.lPitch[0] + 2 * x] = 40;

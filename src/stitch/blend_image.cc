@@ -99,14 +99,14 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
   }
 
   const std::uint32_t f = kept.dwFormat;
-  const bool packed = f >= 0x501 && f <= 0x504;
-  const bool planar = f >= 0x601 && f <= 0x608;
-  const bool semi = f >= 0x801 && f <= 0x803;
+  const bool packed = f >= ZMOS_FORMAT_YUV422_501 && f <= ZMOS_FORMAT_YUV422_504;
+  const bool planar = f >= ZMOS_FORMAT_I420 && f <= ZMOS_FORMAT_PLANAR444_608;
+  const bool semi = f >= ZMOS_FORMAT_SEMIPLANAR420_801 && f <= ZMOS_FORMAT_SEMIPLANAR422_803;
   if (!packed && !planar && !semi) return abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
 
   // Luminance: rows and samples that exist in both images. Packed rows take the chroma
   // byte beside each copied luma byte (after it for 0x501/0x502, before it for 0x503/0x504).
-  const int luma_offset = f == 0x503 || f == 0x504 ? 1 : 0;
+  const int luma_offset = f == ZMOS_FORMAT_YUV422_503 || f == ZMOS_FORMAT_YUV422_504 ? 1 : 0;
   const int step = packed ? 2 : 1;
   const int chroma_beside = !packed ? 0 : luma_offset == 0 ? 1 : -1;
   const PlaneView kl = ViewOf(kept, 0), nl = ViewOf(incoming, 0);
@@ -125,7 +125,7 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
              step, chroma_beside);
   }
   if (semi) {
-    const bool full_rows = f == 0x803;
+    const bool full_rows = f == ZMOS_FORMAT_SEMIPLANAR422_803;
     const std::int32_t rows = full_rows ? h : h / 2;
     if (full_rows)
       for (std::int32_t i = 0; i < h / 2; ++i) path[i] = path[2 * i];
@@ -145,7 +145,8 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
   }
   if (planar) {
     // The chroma geometry is judged after the luminance was blended.
-    const std::uint32_t kind = (f - 0x601) % 4;  // 0: 4:2:0, 1: half rows, 2: half columns, 3: full
+    const std::uint32_t kind =
+        (f - ZMOS_FORMAT_I420) % 4;  // 0: 4:2:0, 1: half rows, 2: half columns, 3: full
     const bool half_cols = kind == 0 || kind == 2;
     const std::int32_t cw = half_cols ? (w + 1) >> 1 : w;
     const std::int32_t ch = kind == 0 ? h / 2 : kind == 1 ? (h + 1) / 2 : h;

@@ -194,7 +194,8 @@ void PathToChroma(std::int32_t* path, std::int32_t count, bool every_second, boo
 
 std::int32_t PlanarChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const ZMOSRECT* r1,
                           const ZMOSRECT* r2, std::int32_t* path, std::int32_t side, MHandle mem) {
-  if (first.dwFormat < 0x601 || first.dwFormat > 0x608) return ZMOS_ERR_UNSUPPORTED_FORMAT;
+  if (first.dwFormat < ZMOS_FORMAT_I420 || first.dwFormat > ZMOS_FORMAT_PLANAR444_608)
+    return ZMOS_ERR_UNSUPPORTED_FORMAT;
   const ChromaOverlap o = PlanarChromaOverlap(first, r1, r2);
   if (path != nullptr) PathToChroma(path, o.rows, o.half_rows, o.half_cols);
   const std::int32_t wc = o.cols & ~1;
@@ -230,11 +231,12 @@ std::int32_t InterleavedChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const 
   const auto w = static_cast<std::int32_t>(o.width & ~std::int64_t{1});
   std::int32_t* t = AllocTable(w, mem);
   if (t == nullptr) return ZMOS_ERR_NO_MEMORY;
-  if (first.dwFormat < 0x801 || first.dwFormat > 0x803) {
+  if (first.dwFormat < ZMOS_FORMAT_SEMIPLANAR420_801 ||
+      first.dwFormat > ZMOS_FORMAT_SEMIPLANAR422_803) {
     MMemFree(mem, t);
     return ZMOS_ERR_UNSUPPORTED_FORMAT;
   }
-  if (first.dwFormat != 0x803 && path != nullptr)
+  if (first.dwFormat != ZMOS_FORMAT_SEMIPLANAR422_803 && path != nullptr)
     PathToChroma(path, static_cast<std::int32_t>(o.rows), true, false);
 
   const PlaneView a = ViewOf(first, 1), b = ViewOf(second, 1);
@@ -351,8 +353,9 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if (!work.ok()) return work.Abandon(ZMOS_ERR_NO_MEMORY);
   std::int32_t* path = work.path;
   // An unknown format is refused with the table built from W still installed.
-  if (!((format >= 0x801 && format <= 0x803) || (format >= 0x601 && format <= 0x608) ||
-        (format >= 0x501 && format <= 0x504)))
+  if (!((format >= ZMOS_FORMAT_SEMIPLANAR420_801 && format <= ZMOS_FORMAT_SEMIPLANAR422_803) ||
+        (format >= ZMOS_FORMAT_I420 && format <= ZMOS_FORMAT_PLANAR444_608) ||
+        (format >= ZMOS_FORMAT_YUV422_501 && format <= ZMOS_FORMAT_YUV422_504)))
     return work.Abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
 
   if (w_overlap > g_BlendTableWidth + kSeamSearchMargin) {
@@ -367,7 +370,8 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
 
   const PlaneView a = ViewOf(*pFirst, 0), b = ViewOf(*pSecond, 0);
   const RowRange rows = CommonRows(a, pFirstRect->lTop, b, pSecondRect->lTop, h);
-  if ((format >= 0x801 && format <= 0x803) || (format >= 0x601 && format <= 0x608)) {
+  if ((format >= ZMOS_FORMAT_SEMIPLANAR420_801 && format <= ZMOS_FORMAT_SEMIPLANAR422_803) ||
+      (format >= ZMOS_FORMAT_I420 && format <= ZMOS_FORMAT_PLANAR444_608)) {
     const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
     const SeamRows blend(w_overlap, b.row_bytes - std::int64_t{pSecondRect->lLeft}, band, lSide,
                          &fade);
@@ -389,12 +393,12 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
       for (std::int64_t r = rows.lo; r < rows.hi; ++r) blend(first_row(r), second_row(r), path[r]);
     }
     const std::int32_t res =
-        format >= 0x801
+        format >= ZMOS_FORMAT_SEMIPLANAR420_801
             ? InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr)
             : PlanarChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr);
     return work.Finish(res);
   }
-  if (format == 0x501 || format == 0x502) {
+  if (format == ZMOS_FORMAT_YUV422_501 || format == ZMOS_FORMAT_YUV422_502) {
     const PairOrder& order =
         ((pFirstRect->lLeft ^ pSecondRect->lLeft) & 1) ? kSwappedChroma : kSameOrder;
     for (std::int64_t r = rows.lo; r < rows.hi; ++r) {

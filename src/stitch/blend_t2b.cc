@@ -130,11 +130,12 @@ std::int32_t InterleavedChromaT2B(ZMOSIMAGE& first, const ZMOSIMAGE& second, con
   const auto hc = static_cast<std::int32_t>(o.rows & ~std::int64_t{1});
   std::int32_t* t = AllocTable(hc, mem);
   if (t == nullptr) return ZMOS_ERR_NO_MEMORY;
-  if (first.dwFormat < 0x801 || first.dwFormat > 0x803) {
+  if (first.dwFormat < ZMOS_FORMAT_SEMIPLANAR420_801 ||
+      first.dwFormat > ZMOS_FORMAT_SEMIPLANAR422_803) {
     MMemFree(mem, t);
     return ZMOS_ERR_UNSUPPORTED_FORMAT;
   }
-  if (first.dwFormat != 0x803 && path != nullptr)
+  if (first.dwFormat != ZMOS_FORMAT_SEMIPLANAR422_803 && path != nullptr)
     for (std::int64_t j = 0; j < o.width; ++j) path[j] /= 2;  // seam row to chroma row
 
   const PlaneView a = ViewOf(first, 1), b = ViewOf(second, 1);
@@ -207,9 +208,10 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if (h64 >= INT32_MAX / 8) return ZMOS_ERR_NO_TEXTURE;
   const auto h = static_cast<std::int32_t>(h64);
   const std::uint32_t format = pFirst->dwFormat;
-  const bool planar = format >= 0x601 && format <= 0x608;
-  const bool semi = format >= 0x801 && format <= 0x803;
-  const bool packed = format == 0x501 || format == 0x502;
+  const bool planar = format >= ZMOS_FORMAT_I420 && format <= ZMOS_FORMAT_PLANAR444_608;
+  const bool semi =
+      format >= ZMOS_FORMAT_SEMIPLANAR420_801 && format <= ZMOS_FORMAT_SEMIPLANAR422_803;
+  const bool packed = format == ZMOS_FORMAT_YUV422_501 || format == ZMOS_FORMAT_YUV422_502;
   if (const std::int32_t res = ZMOSCreateBlendTable(h, hMemMgr); res != 0) return res;
   if (g_BlendTableWidth < 2) {  // a single row: nothing to blend
     ZMOSReleaseBlendTable();
@@ -219,7 +221,8 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if (!work.ok()) return work.Abandon(ZMOS_ERR_NO_MEMORY);
   std::int32_t* path = work.path;
   // An unknown format is refused with the table built from H still installed.
-  if (!planar && !semi && !packed && format != 0x503 && format != 0x504)
+  if (!planar && !semi && !packed && format != ZMOS_FORMAT_YUV422_503 &&
+      format != ZMOS_FORMAT_YUV422_504)
     return work.Abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
 
   if (h > g_BlendTableWidth + kSeamSearchMargin) {

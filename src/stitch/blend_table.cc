@@ -128,7 +128,7 @@ InterleavedOverlap InterleavedChromaOverlap(const ZMOSIMAGE& first, const ZMOSRE
   const std::int64_t y = second_rect != nullptr ? second_rect->lTop : 0;
   o.width = std::int64_t{r.lRight} - r.lLeft;
   o.height = std::int64_t{r.lBottom} - r.lTop;
-  if (first.dwFormat == 0x803) {
+  if (first.dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803) {
     o.rows = o.height;
     o.row1 = r.lTop;
     o.row2 = y;
@@ -236,9 +236,10 @@ void ComputeLumaDiffMap(const ZMOSIMAGE* pFirst, const ZMOSIMAGE* pSecond, const
   if (family == 6 || family == 7 || family == 8) {
     bpp = 1;
     off = 0;
-  } else if (f == 0x501 || f == 0x502 || f == 0x503 || f == 0x504) {
+  } else if (f == ZMOS_FORMAT_YUV422_501 || f == ZMOS_FORMAT_YUV422_502 ||
+             f == ZMOS_FORMAT_YUV422_503 || f == ZMOS_FORMAT_YUV422_504) {
     bpp = 2;
-    off = f >= 0x503 ? 1 : 0;
+    off = f >= ZMOS_FORMAT_YUV422_503 ? 1 : 0;
   } else {
     return;
   }

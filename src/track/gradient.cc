@@ -29,9 +29,12 @@ std::int32_t Prepare(const ZMOSIMAGE* image, const ZMOSRECT* rect, const void* o
     return ZMOS_ERR_INVALID_PARAM;
   const std::uint32_t f = image->dwFormat;
   int step = 1;
-  if ((f >= 0x601 && f <= 0x608) || (f >= 0x801 && f <= 0x803) || f == 0x701) {
+  if ((f >= ZMOS_FORMAT_I420 && f <= ZMOS_FORMAT_PLANAR444_608) ||
+      (f >= ZMOS_FORMAT_SEMIPLANAR420_801 && f <= ZMOS_FORMAT_SEMIPLANAR422_803) ||
+      f == ZMOS_FORMAT_GREY) {
     step = 1;
-  } else if (f == 0x501 || f == 0x502 || f == 0x505 || f == 0x506) {
+  } else if (f == ZMOS_FORMAT_YUV422_501 || f == ZMOS_FORMAT_YUV422_502 ||
+             f == ZMOS_FORMAT_YUV422_505 || f == ZMOS_FORMAT_YUV422_506) {
     step = 2;
   } else {
     return ZMOS_ERR_UNSUPPORTED_FORMAT;

@@ -13,16 +13,17 @@ enum class Pixels { kPlanar, kPackedEven, kPackedOdd, kBgr24, kRgb24, kUnsupport
 Pixels HorizontalPixels(std::uint32_t format) {
   const std::uint32_t family = format >> 8;
   if (family == 6 || family == 7 || family == 8) return Pixels::kPlanar;
-  return format == 0x501 || format == 0x502   ? Pixels::kPackedEven
-         : format == 0x503 || format == 0x504 ? Pixels::kPackedOdd
-         : format == 0x201                    ? Pixels::kBgr24
-         : format == 0x204                    ? Pixels::kRgb24
-                                              : Pixels::kUnsupported;
+  return format == ZMOS_FORMAT_YUV422_501 || format == ZMOS_FORMAT_YUV422_502 ? Pixels::kPackedEven
+         : format == ZMOS_FORMAT_YUV422_503 || format == ZMOS_FORMAT_YUV422_504 ? Pixels::kPackedOdd
+         : format == 0x201                                                      ? Pixels::kBgr24
+         : format == 0x204                                                      ? Pixels::kRgb24
+                           : Pixels::kUnsupported;
 }
 
 Pixels VerticalPixels(std::uint32_t format) {
-  if ((format >= 0x601 && format <= 0x608) || format == 0x701 ||
-      (format >= 0x801 && format <= 0x803))
+  if ((format >= ZMOS_FORMAT_I420 && format <= ZMOS_FORMAT_PLANAR444_608) ||
+      format == ZMOS_FORMAT_GREY ||
+      (format >= ZMOS_FORMAT_SEMIPLANAR420_801 && format <= ZMOS_FORMAT_SEMIPLANAR422_803))
     return Pixels::kPlanar;
   const Pixels p = HorizontalPixels(format);
   return p == Pixels::kPlanar ? Pixels::kUnsupported : p;
