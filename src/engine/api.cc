@@ -4,6 +4,7 @@
 
 #include "lumivex/version.h"
 #include "src/engine/profile.h"
+#include "src/platform/direction.h"
 #include "src/engine/sweep_stitcher.h"
 
 namespace {
@@ -79,7 +80,7 @@ int32_t ZMOS_SelectFrames(ZMOSSWEEPSTITCHER* hEngine, const ZMOSIMAGE* pFrame,
   for (int i = 0; i < 4; ++i) plDirectionFlags[i] = 0;
   std::int32_t direction = ZMOS_DIRECTION_UNKNOWN;
   ZMOSGetDirection_SWT(hEngine, &direction);
-  if (direction >= 0 && direction <= 3) plDirectionFlags[3 - direction] = 1;
+  if (lumivex::IsKnownDirection(direction)) plDirectionFlags[3 - direction] = 1;
   return code;
 }
 

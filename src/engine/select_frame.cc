@@ -10,6 +10,7 @@
 #include "src/engine/profile.h"
 #include "src/engine/sweep_stitcher.h"
 #include "src/image/image_internal.h"
+#include "src/platform/direction.h"
 #include "src/platform/memory.h"
 #include "src/platform/wrap.h"
 #include "src/select/frame_selector.h"
@@ -91,7 +92,7 @@ std::int32_t DetectDirection(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const
 // Canvas size, strip positions and cut positions for the detected direction.
 std::int32_t LayOut(ZMOSSWEEPSTITCHER& s) {
   const bool horizontal = IsHorizontal(s.lDirection);
-  if (s.lDirection < 0 || s.lDirection > 3) return ZMOS_ERR_INVALID_PARAM;
+  if (!lumivex::IsKnownDirection(s.lDirection)) return ZMOS_ERR_INVALID_PARAM;
   const std::int32_t n = s.lBandCount;
   std::int32_t length = 0;
   if (n == 1) {
@@ -111,7 +112,7 @@ std::int32_t LayOut(ZMOSSWEEPSTITCHER& s) {
   if (n == 1) {
     s.plStripPos[0] = horizontal ? s.lFrameWidth / 2 : (s.lFrameHeight / 2) & ~1;
     const std::int32_t p = s.plStripPos[0];
-    const bool forward = s.lDirection == 0 || s.lDirection == 2;
+    const bool forward = lumivex::IsForward(s.lDirection);
     s.lStripStart = forward ? p : size - p;
     s.lStripEnd = forward ? size - p : p;
     return ZMOS_OK;
@@ -219,8 +220,7 @@ void RefineAtSeam(const ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const Qual
                   std::int32_t* dx, std::int32_t* dy) {
   std::int32_t expected = lumivex::stitch::kNoExpectation;
   if (q.laid_at >= 0 && s.lFrameCount > q.laid_at) {
-    const std::int64_t along =
-        std::int64_t{q.laid_speed16} * (s.lFrameCount - q.laid_at) / 16;
+    const std::int64_t along = std::int64_t{q.laid_speed16} * (s.lFrameCount - q.laid_at) / 16;
     if (along > -65536 && along < 65536) expected = static_cast<std::int32_t>(along);
   }
   std::int32_t refined[2] = {*dx, *dy};
@@ -236,8 +236,7 @@ void RefineAtSeam(const ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const Qual
 // stitched as after any failure.
 bool CompletedOnAGuess(const ZMOSSWEEPSTITCHER& s, const QualityState* q) {
   const std::int32_t frame = IsHorizontal(s.lDirection) ? s.lFrameWidth : s.lFrameHeight;
-  return q != nullptr && s.bFinished && q->coasting.carried > 0 &&
-         4 * q->coasting.travel > frame;
+  return q != nullptr && s.bFinished && q->coasting.carried > 0 && 4 * q->coasting.travel > frame;
 }
 
 // Remembers a laid frame's travel for the next refinement.
@@ -329,6 +328,7 @@ bool SweepLayout(std::int32_t width, std::int32_t height, std::int32_t max_angle
 }  // namespace lumivex::engine
 
 using namespace lumivex::engine;
+using lumivex::IsHorizontal;
 using lumivex::WrapAbs;
 using lumivex::WrapAdd;
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "src/engine/profile.h"
+#include "src/platform/direction.h"
 #include "src/stitch/blend_internal.h"
 #include "src/stitch/direct_stitcher.h"
 
@@ -56,10 +57,10 @@ std::int32_t TrimBands(ZMOSSWEEPSTITCHER& s) {
   for (std::int32_t i = 0; i < n; ++i) {
     ZMOSGetValidRect_DIS(s.phDIS[i], &rects[i]);
     ZMOSRECT& r = rects[i];
-    if (s.lDirection == 0) {
+    if (s.lDirection == ZMOS_DIRECTION_LEFT_TO_RIGHT) {
       r.lLeft = s.plStripPos[n - 1] + r.lLeft - s.plStripPos[i];
       m = std::min(m, r.lRight - r.lLeft);
-    } else if (s.lDirection == 1) {
+    } else if (s.lDirection == ZMOS_DIRECTION_RIGHT_TO_LEFT) {
       r.lRight = s.plStripPos[0] + r.lRight - s.plStripPos[i];
       m = std::min(m, r.lRight - r.lLeft);
     }
@@ -71,8 +72,8 @@ std::int32_t TrimBands(ZMOSSWEEPSTITCHER& s) {
   s.bResultWide = 1;
   for (std::int32_t i = 0; i < n; ++i) {
     ZMOSRECT& r = rects[i];
-    if (s.lDirection == 0) r.lRight = r.lLeft + m16;
-    if (s.lDirection == 1) r.lLeft = r.lRight - m16;
+    if (s.lDirection == ZMOS_DIRECTION_LEFT_TO_RIGHT) r.lRight = r.lLeft + m16;
+    if (s.lDirection == ZMOS_DIRECTION_RIGHT_TO_LEFT) r.lLeft = r.lRight - m16;
     ZMOSCropImageContinueBuffer_AOD(s.ppResultImages[i], &r);
   }
   MMemFree(s.hMemMgr, rects);
@@ -83,6 +84,7 @@ std::int32_t TrimBands(ZMOSSWEEPSTITCHER& s) {
 }  // namespace lumivex::engine
 
 using namespace lumivex::engine;
+using lumivex::IsHorizontal;
 
 extern "C" {
 
@@ -163,7 +165,7 @@ void ZMOSCalculateAngle_SWT(const ZMOSSWEEPSTITCHER* hStitcher, int32_t* plAngle
   if (IsHorizontal(s.lDirection)) {
     length = s.lPanoWidth;
     if (s.lBandCount == 1 && s.lPanoWidth > s.lFrameWidth) length = s.lPanoWidth - s.lFrameWidth;
-  } else if (s.lDirection == 2 || s.lDirection == 3) {
+  } else if (lumivex::IsVertical(s.lDirection)) {
     length = s.lPanoHeight;
     if (s.lBandCount == 1 && s.lPanoHeight > s.lFrameHeight)
       length = s.lPanoHeight - s.lFrameHeight;

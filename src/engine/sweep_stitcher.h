@@ -8,6 +8,7 @@
 #include "lumivex/select.h"
 #include "lumivex/stitch.h"
 #include "lumivex/track.h"
+#include "src/platform/direction.h"
 
 struct ZMOSSWEEPSTITCHER {
   MHandle hMemMgr;
@@ -74,10 +75,6 @@ std::int64_t WorkBufferBytes(std::int32_t width, std::int32_t height, std::int32
 // false when the engine cannot run it.
 bool SweepLayout(std::int32_t width, std::int32_t height, std::int32_t max_angle,
                  std::int32_t direction, ZMOSSWEEPLAYOUT* out);
-
-constexpr bool IsHorizontal(std::int32_t direction) {
-  return direction == 0 || direction == 1;
-}
 
 }  // namespace lumivex::engine
 

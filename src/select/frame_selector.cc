@@ -6,15 +6,13 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "src/platform/direction.h"
 #include "src/platform/wrap.h"
 #include "src/track/tracker.h"
 
 namespace lumivex::select {
 
 namespace {
-bool Horizontal(std::int32_t direction) {
-  return direction == 0 || direction == 1;
-}
 
 // Strictly inside (2 - quarter, quarter - 2).
 bool InBand(std::int32_t v, std::int32_t quarter) {
@@ -48,7 +46,7 @@ std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::in
   std::int32_t status = ZMOS_SELECT_NONE;
   if (along > s.lMinStep) status = ZMOS_SELECT_KEEP;
   if (along < -s.lMaxBack) {
-    const bool jump_back = Horizontal(s.lDirection) && acc.n == 1 &&
+    const bool jump_back = IsHorizontal(s.lDirection) && acc.n == 1 &&
                            std::int64_t{last_along} * 10 >= std::int64_t{s.lMaxStep} * 7;
     status = jump_back ? ZMOS_SELECT_TOO_FAST : ZMOS_SELECT_WRONG;
   }
@@ -58,9 +56,9 @@ std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::in
 }
 
 std::int32_t DecideSingle(const ZMOSFRAMESELECTOR& s, const Accumulators& acc) {
-  const bool horizontal = Horizontal(s.lDirection);
-  if (s.lDirection < 0 || s.lDirection > 3) return ZMOS_SELECT_NONE;
-  const std::int32_t forward = s.lDirection == 0 || s.lDirection == 2 ? 1 : -1;
+  const bool horizontal = IsHorizontal(s.lDirection);
+  if (!lumivex::IsKnownDirection(s.lDirection)) return ZMOS_SELECT_NONE;
+  const std::int32_t forward = lumivex::IsForward(s.lDirection) ? 1 : -1;
   const std::int32_t along = WrapMul(forward, horizontal ? acc.x : acc.y);
   std::int32_t status = ZMOS_SELECT_NONE;
   if (along > s.lMinStep) status = ZMOS_SELECT_KEEP;
@@ -93,8 +91,8 @@ void Conclude(ZMOSFRAMESELECTOR& s, Accumulators& acc, std::int32_t status, std:
 // Cuts travel past the strip back to one strip along the sweep; false when the frame is
 // too fast for another reason (a jump back) and keeps its travel.
 bool CutToStrip(const ZMOSFRAMESELECTOR& s, Accumulators& acc) {
-  std::int32_t* along = s.lDirection == 0 || s.lDirection == 1 ? &acc.x : &acc.y;
-  const std::int32_t sign = s.lDirection == 0 || s.lDirection == 2 ? 1 : -1;
+  std::int32_t* along = lumivex::IsHorizontal(s.lDirection) ? &acc.x : &acc.y;
+  const std::int32_t sign = lumivex::IsForward(s.lDirection) ? 1 : -1;
   if (WrapMul(sign, *along) <= s.lMaxStep) return false;
   *along = sign * s.lMaxStep;
   return true;
@@ -108,18 +106,17 @@ enum class Carry { kNone, kCarried, kTooLong };
 // edge of a plain area, or a crawl read off a half-plain frame give way to the speed. A
 // stretch carried too far (see kMaxCoastedFrames; `length` is the frame's length along
 // the sweep) is given up.
-Carry CarryThroughPlain(const ZMOSFRAMESELECTOR& s, const lumivex::Policy& policy,
-                        Coasting* coast, std::int32_t gap, std::int32_t length,
-                        std::int32_t* along) {
+Carry CarryThroughPlain(const ZMOSFRAMESELECTOR& s, const lumivex::Policy& policy, Coasting* coast,
+                        std::int32_t gap, std::int32_t length, std::int32_t* along) {
   if (coast == nullptr || !policy.coast_through_plain_stretches) return Carry::kNone;
-  const bool vertical = s.lDirection == 2 || s.lDirection == 3;
+  const bool vertical = lumivex::IsVertical(s.lDirection);
   if (!coast->known || !lumivex::track::FlatAlongSweep(vertical ? 1 : 0)) {
     coast->carried = 0;
     coast->travel = 0;
     return Carry::kNone;
   }
   const auto expected = static_cast<std::int32_t>(std::int64_t{coast->speed16} * gap / 16);
-  const bool forward = s.lDirection == 0 || s.lDirection == 2 ? *along > 0 : *along < 0;
+  const bool forward = lumivex::IsForward(s.lDirection) ? *along > 0 : *along < 0;
   const std::int64_t off = std::abs(std::int64_t{*along} - expected);
   if (forward && off <= std::max<std::int64_t>(4, std::abs(std::int64_t{expected}) / 4)) {
     coast->carried = 0;
@@ -159,7 +156,7 @@ int32_t ZMOSCreateFrameSelector_FS(ZMOSFRAMESELECTOR** phSelector, int32_t lMinS
   s->hMemMgr = hMemMgr;
   s->lMinStep = lMinStep;
   s->lMaxBack = lMaxBack;
-  s->lMaxStep = lDirection == 2 || lDirection == 3 ? lStripWidth - 10 : lStripWidth;
+  s->lMaxStep = lumivex::IsVertical(lDirection) ? lStripWidth - 10 : lStripWidth;
   s->lDirection = lDirection;
   *phSelector = s;
   return ZMOS_OK;
@@ -193,7 +190,7 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   const std::int32_t w = pTrackFrame->lWidth, h = pTrackFrame->lHeight;
   const std::int32_t big_w = pFrame->lWidth, big_h = pFrame->lHeight;
   if (s.hTrackerRF == nullptr) {
-    const std::int32_t vertical = s.lDirection == 2 || s.lDirection == 3 ? 1 : 0;
+    const std::int32_t vertical = lumivex::IsVertical(s.lDirection) ? 1 : 0;
     acc = Accumulators{};
     s.lLastX = s.lLastY = 0;
     if (const std::int32_t res =
@@ -248,7 +245,7 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   }
   // Frames between the trackers' reference and this one: the kept frame for the first
   // five after a keep, the previous frame after that.
-  const bool vertical = s.lDirection == 2 || s.lDirection == 3;
+  const bool vertical = lumivex::IsVertical(s.lDirection);
   const std::int32_t gap = acc.n < 5 ? acc.n + 1 : 1;
   std::int32_t& along = vertical ? predicted[1] : predicted[0];
   const Carry carry = CarryThroughPlain(s, policy, coast, gap, vertical ? big_h : big_w, &along);
@@ -288,7 +285,7 @@ int32_t ZMOSFrameSelectorRun_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* p
   ZMOSFRAMESELECTOR& s = *hSelector;
   Accumulators& acc = s.single_travel;
   if (s.hTrackerRF == nullptr) {
-    const std::int32_t vertical = s.lDirection == 2 || s.lDirection == 3 ? 1 : 0;
+    const std::int32_t vertical = lumivex::IsVertical(s.lDirection) ? 1 : 0;
     acc = Accumulators{};
     if (const std::int32_t res = ZMOSCreateVideoTracker_PBM(&s.hTrackerRF, pFrame->lWidth,
                                                             pFrame->lHeight, vertical, s.hMemMgr);

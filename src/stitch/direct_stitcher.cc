@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "src/image/image_internal.h"
+#include "src/platform/direction.h"
 #include "src/platform/memory.h"
 #include "src/platform/wrap.h"
 #include "src/stitch/blend_internal.h"
@@ -21,7 +22,7 @@ struct Axes {
   bool forward;     // the panorama grows toward increasing coordinates
 
   explicit Axes(std::int32_t direction)
-      : horizontal(direction == 0 || direction == 1), forward(direction == 0 || direction == 2) {}
+      : horizontal(lumivex::IsHorizontal(direction)), forward(lumivex::IsForward(direction)) {}
 
   ZMOSRECT Rect(std::int32_t a0, std::int32_t a1, std::int32_t c0, std::int32_t c1) const {
     return horizontal ? ZMOSRECT{a0, c0, a1, c1} : ZMOSRECT{c0, a0, c1, a1};
@@ -250,7 +251,7 @@ std::int32_t lumivex::stitch::AddImage(ZMOSDIRECTSTITCHER* hStitcher, const ZMOS
   if (hStitcher == nullptr || pFrame == nullptr || plOffset == nullptr)
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSDIRECTSTITCHER& s = *hStitcher;
-  if (s.lDirection < 0 || s.lDirection > 3) return ZMOS_OK;
+  if (!lumivex::IsKnownDirection(s.lDirection)) return ZMOS_OK;
   // More frames than the stitcher was made for would write past its rectangle arrays.
   if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr ||
       s.lCount >= s.lCapacity)

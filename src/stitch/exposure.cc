@@ -15,6 +15,7 @@
 
 #include "lumivex/platform.h"
 #include "src/image/format.h"
+#include "src/platform/direction.h"
 
 namespace lumivex::stitch {
 namespace {
@@ -52,8 +53,10 @@ Sums PairSums(const ZMOSIMAGE& a, const ZMOSRECT& ra, const ZMOSIMAGE& b, const 
     return s;
   std::uint64_t sa = 0, sb = 0;
   for (std::int32_t y = 0; y < h; ++y) {
-    const std::uint8_t* pa = a.pPlane[0] + static_cast<std::ptrdiff_t>(ra.lTop + y) * a.lPitch[0] + ra.lLeft;
-    const std::uint8_t* pb = b.pPlane[0] + static_cast<std::ptrdiff_t>(rb.lTop + y) * b.lPitch[0] + rb.lLeft;
+    const std::uint8_t* pa =
+        a.pPlane[0] + static_cast<std::ptrdiff_t>(ra.lTop + y) * a.lPitch[0] + ra.lLeft;
+    const std::uint8_t* pb =
+        b.pPlane[0] + static_cast<std::ptrdiff_t>(rb.lTop + y) * b.lPitch[0] + rb.lLeft;
     for (std::int32_t x = 0; x < w; ++x) {
       const int va = pa[x], vb = pb[x];
       if (va >= kClipped || vb >= kClipped || va < kDark || vb < kDark) continue;
@@ -83,7 +86,8 @@ std::array<std::uint8_t, 256> GainCurve(double g) {
       out = (2 * t3 - 3 * t2 + 1) * p0 + (t3 - 2 * t2 + t) * m0 + (-2 * t3 + 3 * t2) * p1 +
             (t3 - t2) * m1;
     }
-    lut[static_cast<std::size_t>(v)] = static_cast<std::uint8_t>(std::clamp(std::lround(out), 0L, 255L));
+    lut[static_cast<std::size_t>(v)] =
+        static_cast<std::uint8_t>(std::clamp(std::lround(out), 0L, 255L));
   }
   return lut;
 }
@@ -109,8 +113,8 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
   if (!info || (info->family != image::Family::kPlanar &&
                 info->family != image::Family::kSemiPlanar && info->family != image::Family::kGrey))
     return ZMOS_OK;
-  const bool horizontal = s.lDirection == 0 || s.lDirection == 1;
-  const bool forward = s.lDirection == 0 || s.lDirection == 2;
+  const bool horizontal = lumivex::IsHorizontal(s.lDirection);
+  const bool forward = lumivex::IsForward(s.lDirection);
   // Where a frame's strip begins along the sweep: the far edge of its overlap.
   auto seam_of = [&](const ZMOSRECT& overlap) {
     return forward ? (horizontal ? overlap.lRight : overlap.lBottom)
@@ -118,8 +122,8 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
   };
   // Per strip: its level (log gain to the first frame's exposure), where it lies, and
   // scratch for the course.
-  auto* level = static_cast<double*>(
-      MMemAlloc(s.hMemMgr, 3 * n * static_cast<std::int32_t>(sizeof(double))));
+  auto* level =
+      static_cast<double*>(MMemAlloc(s.hMemMgr, 3 * n * static_cast<std::int32_t>(sizeof(double))));
   if (level == nullptr) return ZMOS_ERR_NO_MEMORY;
   double* position = level + n;
   double* held = level + 2 * n;
@@ -148,8 +152,7 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
                    : ZMOSRECT{st.lLeft + skip0, st.lTop, st.lRight - skip1, st.lBottom};
     const Sums sums = PairSums(canvas, in_canvas, *s.pStrips, in_strips);
     double step = 1.0;
-    if (sums.used > 0 && sums.used >= kTrustedShare * static_cast<double>(sums.all) &&
-        sums.b > 0) {
+    if (sums.used > 0 && sums.used >= kTrustedShare * static_cast<double>(sums.all) && sums.b > 0) {
       step = sums.a / sums.b;
       if (step < kMinStep || step > kMaxStep) step = 1.0;
       ++trusted;
@@ -199,14 +202,13 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
     // The strip's region on the canvas: from its seam to the next one.
     const ZMOSRECT& ov = s.pOverlapRects[i];
     const std::int32_t along_size = horizontal ? canvas.lWidth : canvas.lHeight;
-    const std::int32_t seam =
-        i > 0 ? seam_of(ov) : (forward ? 0 : along_size);
+    const std::int32_t seam = i > 0 ? seam_of(ov) : (forward ? 0 : along_size);
     const std::int32_t end = i + 1 < n ? seam_of(s.pOverlapRects[i + 1]) : s.lContentEnd;
     const std::int32_t a0 = std::min(seam, end), a1 = std::max(seam, end);
     // Across the sweep: the lines the strip was laid on (the whole canvas for the first).
     const std::int32_t c0 = i > 0 ? (horizontal ? ov.lTop : ov.lLeft) : 0;
-    const std::int32_t c1 =
-        i > 0 ? (horizontal ? ov.lBottom : ov.lRight) : (horizontal ? canvas.lHeight : canvas.lWidth);
+    const std::int32_t c1 = i > 0 ? (horizontal ? ov.lBottom : ov.lRight)
+                                  : (horizontal ? canvas.lHeight : canvas.lWidth);
     const ZMOSRECT region = horizontal ? ZMOSRECT{a0, c0, a1, c1} : ZMOSRECT{c0, a0, c1, a1};
     ApplyCurve(canvas, region, curve);
     if (i > 0) ApplyCurve(*s.pStrips, s.pStripRects[i], curve);

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "lumivex/stitch.h"
+#include "src/platform/direction.h"
 #include "src/platform/wrap.h"
 #include "src/stitch/blend_internal.h"
 
@@ -161,7 +162,7 @@ int32_t ZMOSImageBlenderRun_SBI(ZMOSIMAGEBLENDER* hBlender, const ZMOSIMAGE* pFr
   const W32 e = lSeam, f = lOverlapStart;
   if (b.lMaxBlend == 0) b.lMaxBlend = w / 2;
   if (b.bFirstFrame) return FirstFrame(b, *pFrame, r, e, f);
-  if (b.lDirection == 0) {
+  if (b.lDirection == ZMOS_DIRECTION_LEFT_TO_RIGHT) {
     if (b.lContentEnd >= cw) return ZMOS_OK;
     if (e < f || f < 0 || e > w) return ZMOS_ERR_INVALID_PARAM;
     b.lPosition = W32(b.lPosition) + plOffset[0];
@@ -181,7 +182,7 @@ int32_t ZMOSImageBlenderRun_SBI(ZMOSIMAGEBLENDER* hBlender, const ZMOSIMAGE* pFr
     b.lContentEnd = b.lPosition + len;
     return ZMOSCopyImageROIOddRect_AOD(b.pResult, &dst, pFrame, &src);
   }
-  if (b.lDirection == 1) {
+  if (b.lDirection == ZMOS_DIRECTION_RIGHT_TO_LEFT) {
     if (b.lContentEnd <= 0) return ZMOS_OK;
     if (e > f || f > w || e < 0) return ZMOS_ERR_INVALID_PARAM;
     b.lPosition = W32(b.lPosition) + plOffset[0];
@@ -218,10 +219,10 @@ void ZMOSGetValidRect_SBI(ZMOSIMAGEBLENDER* hBlender, ZMOSRECT* pRect) {
   }
   b.lMaxPos = RoundUpEven(b.lMaxPos);
   b.lMaxNeg = RoundUpEven(b.lMaxNeg);
-  if (b.lDirection == 0) {
+  if (b.lDirection == ZMOS_DIRECTION_LEFT_TO_RIGHT) {
     b.lContentEnd &= ~1;
     *pRect = ZMOSRECT{0, b.lMaxPos, b.lContentEnd, ch - b.lMaxNeg};
-  } else if (b.lDirection == 1) {
+  } else if (b.lDirection == ZMOS_DIRECTION_RIGHT_TO_LEFT) {
     b.lContentEnd = RoundUpEven(b.lContentEnd);
     *pRect = ZMOSRECT{b.lContentEnd, b.lMaxPos, cw, ch - b.lMaxNeg};
   }
@@ -230,7 +231,7 @@ void ZMOSGetValidRect_SBI(ZMOSIMAGEBLENDER* hBlender, ZMOSRECT* pRect) {
 int32_t ZMOSCropResultImage_SBI(ZMOSIMAGEBLENDER* hBlender) {
   if (hBlender == nullptr || hBlender->pResult == nullptr) return ZMOS_ERR_INVALID_PARAM;
   // No rectangle is defined for vertical sweeps.
-  if (hBlender->lDirection != 0 && hBlender->lDirection != 1) return ZMOS_ERR_INVALID_PARAM;
+  if (!lumivex::IsHorizontal(hBlender->lDirection)) return ZMOS_ERR_INVALID_PARAM;
   ZMOSRECT valid{};
   ZMOSGetValidRect_SBI(hBlender, &valid);
   const std::int32_t res = ZMOSCropImage_AOD(hBlender->pResult, &valid);

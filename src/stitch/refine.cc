@@ -16,6 +16,7 @@
 
 #include "src/image/format.h"
 #include "src/kernels/kernels.h"
+#include "src/platform/direction.h"
 
 namespace lumivex::stitch {
 namespace {
@@ -31,9 +32,9 @@ constexpr std::int32_t kCoarse = 6;
 
 bool OneByteLuma(std::uint32_t format) {
   const auto info = image::LookupFormat(format);
-  return info && (info->family == image::Family::kPlanar ||
-                  info->family == image::Family::kSemiPlanar ||
-                  info->family == image::Family::kGrey);
+  return info &&
+         (info->family == image::Family::kPlanar || info->family == image::Family::kSemiPlanar ||
+          info->family == image::Family::kGrey);
 }
 
 // The geometry both stages share: a frame pixel (t, r) (along, across) lands on the canvas
@@ -107,8 +108,8 @@ std::int32_t CoarseAlong(Layout l, std::int32_t seam, std::int32_t lo, std::int3
   for (std::int32_t m = 0; m <= 2 * kRefineAlong; ++m) {
     const std::int32_t d = (m & 1) ? (m + 1) / 2 : -(m / 2);
     if (d < lo || d > hi) continue;
-    const std::uint32_t sad = k.sad_until(f.data(), c.data() + (d - lo),
-                                          static_cast<std::int32_t>(n - 1), best);
+    const std::uint32_t sad =
+        k.sad_until(f.data(), c.data() + (d - lo), static_cast<std::int32_t>(n - 1), best);
     if (sad < best) {
       best = sad;
       at = d;
@@ -135,8 +136,8 @@ Found Search(const Layout& l, std::int32_t seam, std::int32_t lo, std::int32_t h
   const std::int32_t coarse = CoarseAlong(l, seam, lo, hi);
   // One window for every place tried, the trackers' among them.
   // Plain variables, not a structured binding: the lambda below captures t0.
-  const auto window = l.Window(seam, std::min(lo, estimate_valid ? 0 : lo),
-                               std::max(hi, estimate_valid ? 0 : hi));
+  const auto window =
+      l.Window(seam, std::min(lo, estimate_valid ? 0 : lo), std::max(hi, estimate_valid ? 0 : hi));
   std::int64_t t0 = window.first, t1 = window.second;
   if (t1 - t0 > 2 * kFineHalf) {
     t0 = std::clamp<std::int64_t>(seam - kFineHalf, t0, t1 - 2 * kFineHalf);
@@ -216,15 +217,15 @@ Found Search(const Layout& l, std::int32_t seam, std::int32_t lo, std::int32_t h
 bool RefineTravel(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t seam,
                   std::int32_t strip, std::int32_t* offset, std::int32_t expected) {
   if (offset == nullptr || s.bFirstFrame || s.lCount < 1 || s.pCanvas == nullptr ||
-      s.pOverlapRects == nullptr || s.lDirection < 0 || s.lDirection > 3)
+      s.pOverlapRects == nullptr || !lumivex::IsKnownDirection(s.lDirection))
     return false;
   const ZMOSIMAGE& canvas = *s.pCanvas;
   if (canvas.dwFormat != frame.dwFormat || !OneByteLuma(frame.dwFormat) ||
       canvas.pPlane[0] == nullptr || frame.pPlane[0] == nullptr)
     return false;
   Layout l{};
-  l.horizontal = s.lDirection == 0 || s.lDirection == 1;
-  l.forward = s.lDirection == 0 || s.lDirection == 2;
+  l.horizontal = lumivex::IsHorizontal(s.lDirection);
+  l.forward = lumivex::IsForward(s.lDirection);
   const bool horizontal = l.horizontal, forward = l.forward;
   const std::int64_t canvas_along = horizontal ? canvas.lWidth : canvas.lHeight;
   const std::int64_t canvas_cross = horizontal ? canvas.lHeight : canvas.lWidth;
@@ -270,10 +271,10 @@ bool RefineTravel(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int3
   // Moves that keep the frame going the sweep's way, no farther than the previous strip
   // reaches (else the canvas would keep a gap).
   const std::int32_t along = offset[along_axis];
-  const std::int32_t least = forward ? std::max(-kRefineAlong, 1 - along)
-                                     : std::max(-kRefineAlong, -strip + 2 - along);
-  const std::int32_t most = forward ? std::min(kRefineAlong, strip - 2 - along)
-                                    : std::min(kRefineAlong, -1 - along);
+  const std::int32_t least =
+      forward ? std::max(-kRefineAlong, 1 - along) : std::max(-kRefineAlong, -strip + 2 - along);
+  const std::int32_t most =
+      forward ? std::min(kRefineAlong, strip - 2 - along) : std::min(kRefineAlong, -1 - along);
   if (least > most) return false;
   // An estimate past the previous strip's reach cannot be compared: any place that can
   // is better.
