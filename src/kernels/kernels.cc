@@ -1,9 +1,9 @@
 #include "src/kernels/kernels.h"
 
 #include <array>
+#include <bit>
 #include <cstring>
 
-#include "src/track/projection_kernels.h"
 
 namespace lumivex::kernels {
 namespace {
@@ -103,8 +103,8 @@ constexpr KernelSet kReference{"reference", ColumnSumsRef, LaneSumsRef,  RowSums
                                CopyRowsRef, SwapPairsRef,  BlockSadRef};
 
 // The vector kernels read pixels as little-endian lanes.
-[[maybe_unused]] bool LittleEndian() {
-  return track::NativeByteOrder() == track::ByteOrder::kLittle;
+[[maybe_unused]] constexpr bool LittleEndian() {
+  return std::endian::native == std::endian::little;
 }
 
 struct Sets {

@@ -1,6 +1,7 @@
 #include "src/track/projection_kernels.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "src/kernels/kernels.h"
@@ -50,10 +51,7 @@ inline void AddGroup(const std::uint8_t* line, std::uint32_t* out) {
 }  // namespace
 
 ByteOrder NativeByteOrder() {
-  const std::uint32_t probe = 0x12345678u;
-  std::uint8_t first;
-  std::memcpy(&first, &probe, 1);
-  return first == 0x78 ? ByteOrder::kLittle : ByteOrder::kBig;
+  return std::endian::native == std::endian::little ? ByteOrder::kLittle : ByteOrder::kBig;
 }
 
 namespace {
