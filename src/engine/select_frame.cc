@@ -55,7 +55,7 @@ void Derive(ZMOSSWEEPSTITCHER& s, std::int32_t w) {
 bool TooFlatToDetect(const ZMOSSWEEPSTITCHER& s) {
   const bool horizontal_flat = ZMOSGetVideoTrackStatus_PBM(s.hTracker) == ZMOS_ERR_NO_TEXTURE;
   if (!PolicyOf(&s).detect_on_either_axis) return horizontal_flat;
-  return horizontal_flat && lumivex::track::BandTexture.cur_vert[1] < 33;
+  return horizontal_flat && lumivex::track::BandTexture().cur_vert[1] < 33;
 }
 
 // Runs while the direction is unknown; the detection tracker is never swapped, so each
@@ -399,9 +399,9 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
     // A sweep with no second kept frame 41 frames after detection whose motion has
     // turned onto the other axis has gone wrong.
     if (s.lFrameCount >= 41 && s.bNoSecondFrame) {
-      g_WrongAxis.sx = WrapAdd(g_WrongAxis.sx, dx);
-      g_WrongAxis.sy = WrapAdd(g_WrongAxis.sy, dy);
-      const std::int32_t ax = WrapAbs(g_WrongAxis.sx), ay = WrapAbs(g_WrongAxis.sy);
+      WrongAxis().sx = WrapAdd(WrongAxis().sx, dx);
+      WrongAxis().sy = WrapAdd(WrongAxis().sy, dy);
+      const std::int32_t ax = WrapAbs(WrongAxis().sx), ay = WrapAbs(WrongAxis().sy);
       if (IsHorizontal(s.lDirection) ? ax < ay : ax > ay) status = ZMOS_SELECT_WRONG;
     }
     ++s.lFrameCount;

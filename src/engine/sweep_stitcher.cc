@@ -12,7 +12,10 @@
 
 namespace lumivex::engine {
 
-thread_local WrongAxisSums g_WrongAxis = {};
+WrongAxisSums& WrongAxis() {
+  static thread_local WrongAxisSums sums{};
+  return sums;
+}
 
 namespace {
 

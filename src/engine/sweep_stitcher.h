@@ -65,7 +65,7 @@ namespace lumivex::engine {
 struct WrongAxisSums {
   std::int32_t sx, sy;
 };
-extern thread_local WrongAxisSums g_WrongAxis;
+WrongAxisSums& WrongAxis();
 
 // Bytes of work buffer one capture of that frame size and angle needs; -1 when the
 // engine cannot run it.

@@ -315,7 +315,7 @@ int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
   t->bReprojectHori = 0;
   const std::int32_t w = t->lWidth, h = t->lHeight;
   const auto [from, to] = HoriMeasureRange(t);
-  BandTextureTable& bt = BandTexture;
+  BandTextureTable& bt = BandTexture();
 
   if (t->bFirstFrame) {
     Clear(t->ppPrevHori[3], w);
@@ -390,7 +390,7 @@ int32_t ZMOSVideoTrackerSwapFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE*) {
   if (t->bFirstFrame) return ZMOS_OK;
   for (std::int32_t i = 0; i < t->lHoriCount; ++i) ExchangeHori(t, i);
   for (std::int32_t j = 0; j < std::min(t->lHoriCount, t->lVertCount); ++j) ExchangeVert(t, j);
-  BandTextureTable& bt = BandTexture;
+  BandTextureTable& bt = BandTexture();
   std::copy(bt.cur_hori, bt.cur_hori + 3, bt.prev_hori);
   std::copy(bt.cur_vert, bt.cur_vert + 3, bt.prev_vert);
   return ZMOS_OK;
@@ -404,7 +404,7 @@ int32_t ZMOSVideoTrackerRunRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, 
 }  // extern "C"
 
 bool lumivex::track::FlatAlongSweep(std::int32_t mode) {
-  const BandTextureTable& bt = BandTexture;
+  const BandTextureTable& bt = BandTexture();
   if (mode == 0) return bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] <= 95;
   return bt.cur_vert[0] < 40 && bt.cur_vert[1] < 40 && bt.cur_vert[2] < 40;
 }
@@ -444,7 +444,7 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
   // The prediction is read from the offsets; the last report only by a textured mode-0 run.
   if (plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
   const std::int32_t predicted_dx = plOffsets[0], predicted_dy = plOffsets[1];
-  const BandTextureTable& bt = BandTexture;
+  const BandTextureTable& bt = BandTexture();
 
   if (t->lMode == 0) {
     const bool textured = bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] > 96;
@@ -533,7 +533,7 @@ int32_t ZMOSVideoTrackerSwapRF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage)
   if (t->bFirstFrame) return ZMOS_OK;
   if (!FrameMatches(t, pImage) || t->lHoriCount < 1 || t->lVertCount < 1)
     return ZMOS_ERR_INVALID_PARAM;
-  const BandTextureTable& bt = BandTexture;
+  const BandTextureTable& bt = BandTexture();
   const std::int32_t w = t->lWidth, h = t->lHeight;
   const bool horizontal = t->lMode == 0;
   const std::int32_t* prev = horizontal ? bt.prev_hori : bt.prev_vert;

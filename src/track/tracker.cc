@@ -7,7 +7,10 @@
 
 namespace lumivex::track {
 
-thread_local BandTextureTable BandTexture = {};
+BandTextureTable& BandTexture() {
+  static thread_local BandTextureTable table{};
+  return table;
+}
 
 std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t to) {
   if (to <= from) return 0;
@@ -125,7 +128,7 @@ int32_t ZMOSLayoutRF_PBM(ZMOSVideoTracker* t) {
   if (t == nullptr || t->pHoriRects == nullptr || t->pVertRects == nullptr)
     return ZMOS_ERR_INVALID_PARAM;
   const std::int32_t w = t->lWidth, h = t->lHeight, c = w / 2;
-  const BandTextureTable& bt = BandTexture;
+  const BandTextureTable& bt = BandTexture();
   ZMOSRECT hori, vert;
   if (t->lMode == 0) {
     const std::int32_t y0 = bt.prev_hori[1] > 30                 ? h / 2

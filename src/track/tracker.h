@@ -48,7 +48,8 @@ struct BandTextureTable {
   std::int32_t prev_vert[3];  // left, middle, right
   std::int32_t cur_vert[3];
 };
-extern thread_local BandTextureTable BandTexture;
+// (Through a function: a thread_local object named across files trips the sanitizers.)
+BandTextureTable& BandTexture();
 
 // Whether the frame-to-frame tracker's last frame was too plain along its sweep axis for
 // the direct matcher (mode 0: the three horizontal bands together; mode 1: every vertical

@@ -375,7 +375,7 @@ struct SelectRun {
 TEST(SelectionReports, WrongAxisTotalsStartLateAndOutliveTheCapture) {
   const lumivex::test::Plane8* scene = lumivex::test::Photo();
   if (scene == nullptr) GTEST_SKIP() << "no test photograph";
-  lumivex::engine::g_WrongAxis = {};
+  lumivex::engine::WrongAxis() = {};
   {
     SelectRun run;
     int x = 1500;
@@ -385,7 +385,7 @@ TEST(SelectionReports, WrongAxisTotalsStartLateAndOutliveTheCapture) {
     run.Feed(*scene, x, 1320);  // the 42nd: summed, and vertical
     EXPECT_EQ(run.status, ZMOS_SELECT_WRONG);
   }
-  const lumivex::engine::WrongAxisSums left = lumivex::engine::g_WrongAxis;
+  const lumivex::engine::WrongAxisSums left = lumivex::engine::WrongAxis();
   ASSERT_GT(std::abs(left.sy), 2 * std::abs(left.sx));
   SelectRun run;
   int x = 1500;

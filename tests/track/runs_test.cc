@@ -30,7 +30,7 @@ constexpr int kX0 = 2000, kY0 = 1100;
 class Driver {
  public:
   Driver(Kind kind, int mode) : kind_(kind) {
-    BandTexture = {};
+    BandTexture() = {};
     if (kind == Kind::kPlain) {
       EXPECT_EQ(ZMOSCreateVideoTracker_PBM(&main_, kW, kH, mode, nullptr), 0);
     } else {
@@ -145,7 +145,7 @@ TEST(TrackerExposure, ChangesAreMatchedAcross) {
             v = static_cast<std::uint8_t>(v * 0.93 + 0.5);
           }
         // Textured bands, as the frame-to-frame tracker measures them on such frames.
-        BandTexture = {{40, 40, 40}, {40, 40, 40}, {50, 50, 50}, {50, 50, 50}};
+        BandTexture() = {{40, 40, 40}, {40, 40, 40}, {50, 50, 50}, {50, 50, 50}};
         ZMOSVideoTracker* rf = nullptr;
         ASSERT_EQ(ZMOSCreateVideoTrackerRF_PBM(&rf, kW, kH, mode, nullptr), 0);
         ZMOSSetMaxOffet_PBM(rf, mode == 0 ? 80 : 46, mode == 0 ? 46 : 54);
@@ -172,7 +172,7 @@ TEST(TrackerExposure, ChangesAreMatchedAcross) {
 TEST(TrackerFallbacks, FlatFramesUseTheGradientMatcherAndPredictions) {
   test::Plane8 flat{kW, kH, std::vector<std::uint8_t>(kW * kH, 90)};
   Frame a(flat, 0, 0, kW, kH), b(flat, 0, 0, kW, kH);
-  BandTexture = {};
+  BandTexture() = {};
   ZMOSVideoTracker* ff = nullptr;
   ASSERT_EQ(ZMOSCreateVideoTrackerFF_PBM(&ff, kW, kH, 0, nullptr), 0);
   std::int32_t off[2] = {-9, -9};
@@ -379,12 +379,12 @@ TEST(TrackerRules, FrameToFrameRunFollowsItsRules) {
     EXPECT_EQ(got[0], want.dx);
     EXPECT_EQ(got[1], want.dy);
     EXPECT_EQ(ZMOSGetVideoTrackStatus_PBM(t), want.status);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(BandTexture.cur_hori[i], want.hori[i]) << i;
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(BandTexture().cur_hori[i], want.hori[i]) << i;
     if (mode != 0) {
-      for (int j = 0; j < 3; ++j) EXPECT_EQ(BandTexture.cur_vert[j], want.vert[j]) << j;
+      for (int j = 0; j < 3; ++j) EXPECT_EQ(BandTexture().cur_vert[j], want.vert[j]) << j;
       ties += want.vert[1] < 40 && want.vert[0] == want.vert[2] && want.vert[0] >= 40;
     } else {
-      EXPECT_EQ(BandTexture.cur_vert[1], want.vert[1]);
+      EXPECT_EQ(BandTexture().cur_vert[1], want.vert[1]);
     }
     (want.status == 0 ? direct : gradient) += 1;
     ZMOSReleaseVideoTracker_PBM(&t);
@@ -435,7 +435,7 @@ TEST(TrackerRules, FrameToFrameThresholdsAndTiesAtTheirEdges) {
     std::int32_t off[2] = {0, 0};
     ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ia, off), 0);
     ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ib, off), 0);
-    EXPECT_EQ(BandTexture.cur_hori[0] + BandTexture.cur_hori[1] + BandTexture.cur_hori[2],
+    EXPECT_EQ(BandTexture().cur_hori[0] + BandTexture().cur_hori[1] + BandTexture().cur_hori[2],
               spikes == 77 ? 96 : 95);
     EXPECT_EQ(ZMOSGetVideoTrackStatus_PBM(t), spikes == 77 ? 0 : 5) << spikes;
     ZMOSReleaseVideoTracker_PBM(&t);
@@ -458,7 +458,7 @@ TEST(TrackerRules, FrameToFrameThresholdsAndTiesAtTheirEdges) {
     std::int32_t off[2] = {0, 0};
     ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ia, off), 0);
     ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ib, off), 0);
-    EXPECT_EQ(BandTexture.cur_vert[1], spikes == 40 ? 33 : 32);
+    EXPECT_EQ(BandTexture().cur_vert[1], spikes == 40 ? 33 : 32);
     EXPECT_EQ(off[1] == 5, spikes == 40) << "dy " << off[1];
     ZMOSReleaseVideoTracker_PBM(&t);
   }
@@ -483,9 +483,9 @@ TEST(TrackerRules, FrameToFrameThresholdsAndTiesAtTheirEdges) {
   std::int32_t off[2] = {0, 0};
   ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ia, off), 0);
   ASSERT_EQ(ZMOSVideoTrackerRunFF_PBM(t, &ib, off), 0);
-  ASSERT_EQ(BandTexture.cur_vert[0], BandTexture.cur_vert[2]);
-  ASSERT_GE(BandTexture.cur_vert[0], 40);
-  ASSERT_LT(BandTexture.cur_vert[1], 40);
+  ASSERT_EQ(BandTexture().cur_vert[0], BandTexture().cur_vert[2]);
+  ASSERT_GE(BandTexture().cur_vert[0], 40);
+  ASSERT_LT(BandTexture().cur_vert[1], 40);
   EXPECT_EQ(off[1], 7);
   ZMOSReleaseVideoTracker_PBM(&t);
 }
@@ -512,8 +512,8 @@ TEST(TrackerRules, ReferenceSwapPlacesTheBandByItsRules) {
       ASSERT_EQ(ZMOSCreateVideoTrackerRF_PBM(&t, kW, kH, mode, nullptr), 0);
       std::int32_t off[2] = {0, 0};
       ASSERT_EQ(ZMOSVideoTrackerRunRF_PBM(t, &img, off, off), 0);  // first frame
-      std::int32_t* prev = mode == 0 ? BandTexture.prev_hori : BandTexture.prev_vert;
-      std::int32_t* cur = mode == 0 ? BandTexture.cur_hori : BandTexture.cur_vert;
+      std::int32_t* prev = mode == 0 ? BandTexture().prev_hori : BandTexture().prev_vert;
+      std::int32_t* cur = mode == 0 ? BandTexture().cur_hori : BandTexture().cur_vert;
       std::copy(m, m + 3, prev);
       std::copy(m + 3, m + 6, cur);
       ZMOSRECT* rects = nullptr;
@@ -618,7 +618,7 @@ struct RFModel {
       const auto prev = Project(a, r, true), cur = Project(b, r, true);
       std::int32_t dx = pdx;
       bool done = false;
-      if (BandTexture.cur_hori[0] + BandTexture.cur_hori[1] + BandTexture.cur_hori[2] > 96) {
+      if (BandTexture().cur_hori[0] + BandTexture().cur_hori[1] + BandTexture().cur_hori[2] > 96) {
         const std::int32_t speed = std::abs(last_dx);
         const std::int32_t range = speed > 90 ? 10 : speed > 80 ? 20 : speed > 60 ? 30 : max_x;
         dx = last_dx;
@@ -642,8 +642,8 @@ struct RFModel {
       return;
     }
     const ZMOSRECT& v = vr[0];
-    const bool flat = BandTexture.cur_vert[0] < 40 && BandTexture.cur_vert[1] < 40 &&
-                      BandTexture.cur_vert[2] < 40;
+    const bool flat = BandTexture().cur_vert[0] < 40 && BandTexture().cur_vert[1] < 40 &&
+                      BandTexture().cur_vert[2] < 40;
     std::int32_t dy = 0;
     if (flat || direct(Project(a, v, false), Project(b, v, false).data(), v.lBottom - v.lTop, &dy,
                        max_y) != 0)
@@ -688,8 +688,8 @@ TEST(TrackerRules, ReferenceRunFollowsItsRules) {
     ASSERT_EQ(ZMOSVideoTrackerRunRF_PBM(t, a.get(), got, got), 0);
     // Texture as the frame-to-frame tracker would have measured it: sometimes flat.
     const int texture = rng.Range(0, 3) == 0 ? 10 : 60;
-    std::fill(BandTexture.cur_hori, BandTexture.cur_hori + 3, texture);
-    std::fill(BandTexture.cur_vert, BandTexture.cur_vert + 3, texture);
+    std::fill(BandTexture().cur_hori, BandTexture().cur_hori + 3, texture);
+    std::fill(BandTexture().cur_vert, BandTexture().cur_vert + 3, texture);
     const std::int32_t last_dx = kind == 0 ? edge : dx + rng.Range(-3, 3);
     std::int32_t predicted[2] = {dx + rng.Range(-20, 20), dy + rng.Range(-20, 20)};
     std::int32_t want[2] = {predicted[0], predicted[1]};

@@ -38,7 +38,7 @@ Layout Read(ZMOSVideoTracker* t, int count) {
 }
 
 TEST(Tracker, LayoutsAndRangesOfTheBuiltInTrackers) {
-  BandTexture = {};
+  BandTexture() = {};
   struct Case {
     int w, h;
     ZMOSRECT hori, vert;
@@ -100,7 +100,7 @@ TEST(Tracker, ReferenceFrameLayoutFollowsBandTexture) {
       {1, {{}, {}, {10, 30, 10}, {}}, {320, 270, 960, 450}, {832, 0, 1088, 720}},
   };
   for (const Case& c : cases) {
-    BandTexture = c.bands;
+    BandTexture() = c.bands;
     ZMOSVideoTracker* t = nullptr;
     ASSERT_EQ(ZMOSCreateVideoTrackerRF_PBM(&t, 1280, 720, c.mode, nullptr), 0);
     const Layout l = Read(t, 1);
@@ -108,7 +108,7 @@ TEST(Tracker, ReferenceFrameLayoutFollowsBandTexture) {
     EXPECT_PRED2(SameRect, l.vert[0], c.vert);
     ZMOSReleaseVideoTracker_PBM(&t);
   }
-  BandTexture = {};
+  BandTexture() = {};
 }
 
 TEST(Tracker, CreationFailsCleanlyAndAccessorsTolerateNull) {
