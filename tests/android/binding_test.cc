@@ -110,3 +110,19 @@ TEST(Binding, ConvertsToRgb565LikeTheFloatingPointFormula) {
 }
 
 }  // namespace
+
+namespace {
+
+// Keys name a slot of the handle table in their low byte: no key, however forged, reads
+// outside the table (the sanitize configuration sees any read past it).
+TEST(Binding, ForgedKeysFindNothing) {
+  for (const std::int32_t slot_byte : {0, 64, 65, 66, 255})
+    for (const std::int32_t generation : {0, 1, 0x3FFFFF}) {
+      const std::int32_t key = (generation << 8) | slot_byte;
+      EXPECT_EQ(lumivex::android::FindHandler(key), nullptr) << key;
+      lumivex::android::RemoveHandler(key);  // harmless
+    }
+  EXPECT_EQ(lumivex::android::FindResultBitmap(65), nullptr);
+}
+
+}  // namespace
