@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lumivex/lumivex.h"
@@ -40,6 +41,20 @@ struct Reading {
   std::string error;
   bool help = false;
 };
+
+// A usage error: status kUsage and its one line.
+inline Reading UsageError(std::string why) {
+  Reading r;
+  r.status = kUsage;
+  r.error = std::move(why);
+  return r;
+}
+
+// How every command's reader starts: `args` parsed by `spec` into *parsed. False when the
+// reading is already decided in *r: a usage error (pointing at the command's help) or
+// --help.
+bool StartReading(const CommandSpec& spec, std::span<const std::string> args, Parsed* parsed,
+                  Reading* r);
 
 struct StitchOptions {
   std::string input, output;

@@ -55,4 +55,15 @@ std::string AssetsDir(const std::string& program) {
   return LUMIVEX_ASSETS_DIR;
 }
 
+bool StartReading(const CommandSpec& spec, std::span<const std::string> args, Parsed* parsed,
+                  Reading* r) {
+  std::string error;
+  if (!Parse(spec, args, parsed, &error)) {
+    *r = UsageError(error + " (see lumivex " + spec.name + " --help)");
+    return false;
+  }
+  r->help = parsed->Flag("--help");
+  return !r->help;
+}
+
 }  // namespace lumivex::tools::cli

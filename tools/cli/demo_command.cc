@@ -38,20 +38,8 @@ const CommandSpec kDemo{
 Reading ReadDemo(std::span<const std::string> args, DemoOptions* out) {
   Reading r;
   Parsed p;
-  if (!Parse(kDemo, args, &p, &r.error)) {
-    r.status = kUsage;
-    r.error += " (see lumivex demo --help)";
-    return r;
-  }
-  if (p.Flag("--help")) {
-    r.help = true;
-    return r;
-  }
-  if (!p.positional.empty()) {
-    r.status = kUsage;
-    r.error = "demo takes no INPUT (see lumivex demo --help)";
-    return r;
-  }
+  if (!StartReading(kDemo, args, &p, &r)) return r;
+  if (!p.positional.empty()) return UsageError("demo takes no INPUT (see lumivex demo --help)");
   if (!ParseProfile(p.Get("--profile", "quality"), &out->profile)) {
     r.status = kUsage;
     r.error = "--profile is exact or quality";

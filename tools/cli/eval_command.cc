@@ -42,17 +42,8 @@ const CommandSpec kEval{
 Reading ReadEval(std::span<const std::string> args, EvalOptions* out) {
   Reading r;
   Parsed p;
-  auto usage = [&r](const std::string& why) {
-    r.status = kUsage;
-    r.error = why;
-    return r;
-  };
-  if (!Parse(kEval, args, &p, &r.error)) return usage(r.error + " (see lumivex eval --help)");
-  if (p.Flag("--help")) {
-    r.help = true;
-    return r;
-  }
-  if (p.positional.empty()) return usage("eval needs at least one PHOTO (see lumivex eval --help)");
+  if (!StartReading(kEval, args, &p, &r)) return r;
+  if (p.positional.empty()) return UsageError("eval needs at least one PHOTO (see lumivex eval --help)");
   out->photos = p.positional;
   if (p.Has("--sizes")) {
     out->sizes.clear();
@@ -60,7 +51,7 @@ Reading ReadEval(std::span<const std::string> args, EvalOptions* out) {
       int w = 0, h = 0;
       std::string why;
       if (!ParseSize(s, &w, &h) || w > 4096 || h > 4096 || !CheckFrameSize(w, h, &why))
-        return usage("bad size in --sizes: " + s);
+        return UsageError("bad size in --sizes: " + s);
       out->sizes.push_back({w, h});
     }
   }
@@ -68,7 +59,7 @@ Reading ReadEval(std::span<const std::string> args, EvalOptions* out) {
     out->directions.clear();
     for (const std::string& d : Split(p.Get("--directions"))) {
       int code = 0;
-      if (!ParseDirection(d, &code)) return usage("bad direction in --directions: " + d);
+      if (!ParseDirection(d, &code)) return UsageError("bad direction in --directions: " + d);
       out->directions.push_back(code);
     }
   }
@@ -76,7 +67,7 @@ Reading ReadEval(std::span<const std::string> args, EvalOptions* out) {
     out->profiles.clear();
     for (const std::string& name : Split(p.Get("--profiles")))
       if (!ParseProfile(name, &out->profiles.emplace_back()))
-        return usage("bad profile in --profiles: " + name);
+        return UsageError("bad profile in --profiles: " + name);
   }
   if (p.Has("--cases")) {
     out->hand_held = out->corrections = out->camera = false;
@@ -88,7 +79,7 @@ Reading ReadEval(std::span<const std::string> args, EvalOptions* out) {
       } else if (c == "camera") {
         out->camera = true;
       } else {
-        return usage("bad case in --cases: " + c);
+        return UsageError("bad case in --cases: " + c);
       }
     }
   } else {
@@ -96,18 +87,18 @@ Reading ReadEval(std::span<const std::string> args, EvalOptions* out) {
   }
   long long seeds = 1;
   if (p.Has("--seeds") && !ParseInt(p.Get("--seeds"), 1, 100, &seeds))
-    return usage("--seeds takes a count from 1 to 100");
+    return UsageError("--seeds takes a count from 1 to 100");
   out->seeds = static_cast<int>(seeds);
   out->codecs = {false};
   if (p.Has("--codec")) {
     out->codecs.clear();
     for (const std::string& c : Split(p.Get("--codec"))) {
-      if (c != "off" && c != "on") return usage("--codec takes off, on or off,on");
+      if (c != "off" && c != "on") return UsageError("--codec takes off, on or off,on");
       out->codecs.push_back(c == "on");
     }
   }
   if (p.Has("--jitter") && !ParseDouble(p.Get("--jitter"), &out->jitter))
-    return usage("--jitter takes a number");
+    return UsageError("--jitter takes a number");
   out->report_dir = p.Get("--report-dir", out->report_dir);
   out->json = p.Flag("--json");
   return r;

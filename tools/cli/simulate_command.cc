@@ -71,43 +71,33 @@ const CommandSpec kSimulate{
 Reading ReadSimulate(std::span<const std::string> args, SimulateOptions* out) {
   Reading r;
   Parsed p;
-  auto usage = [&r](const std::string& why) {
-    r.status = kUsage;
-    r.error = why;
-    return r;
-  };
-  if (!Parse(kSimulate, args, &p, &r.error))
-    return usage(r.error + " (see lumivex simulate --help)");
-  if (p.Flag("--help")) {
-    r.help = true;
-    return r;
-  }
+  if (!StartReading(kSimulate, args, &p, &r)) return r;
   if (p.positional.size() != 1 || p.Get("-o").empty())
-    return usage("simulate needs PHOTO and -o SWEEP.y4m (see lumivex simulate --help)");
+    return UsageError("simulate needs PHOTO and -o SWEEP.y4m (see lumivex simulate --help)");
   out->photo = p.positional[0];
   out->output = p.Get("-o");
   out->truth = p.Get("--truth");
   out->truth_panorama = p.Get("--truth-panorama");
   const std::string model = p.Get("--model", "camera");
-  if (model != "camera" && model != "slide") return usage("--model is camera or slide");
+  if (model != "camera" && model != "slide") return UsageError("--model is camera or slide");
   out->camera = model == "camera";
   for (const Option& o : kSimulateOptions) {
     const bool given = p.Has(o.name) || p.Flag(o.name);
     const char* other = out->camera ? "slide" : "camera";
     if (given && OfModel(o, other))
-      return usage(std::string(o.name) + " is an option of --model " + other);
+      return UsageError(std::string(o.name) + " is an option of --model " + other);
   }
   int w = 640, h = 480;
   if (p.Has("--size") && !ParseSize(p.Get("--size"), &w, &h))
-    return usage("--size takes WxH, e.g. 640x480");
+    return UsageError("--size takes WxH, e.g. 640x480");
   std::string size_error;
-  if (!CheckFrameSize(w, h, &size_error)) return usage(size_error);
+  if (!CheckFrameSize(w, h, &size_error)) return UsageError(size_error);
   int direction = 0;
   if (p.Has("--direction") && !ParseDirection(p.Get("--direction"), &direction))
-    return usage("--direction is right, left, down or up");
+    return UsageError("--direction is right, left, down or up");
   long long seed = 1;
   if (p.Has("--seed") && !ParseInt(p.Get("--seed"), 0, INT64_MAX, &seed))
-    return usage("--seed takes a whole number");
+    return UsageError("--seed takes a whole number");
   // Numbers, each in its own range.
   struct Number {
     const char* name;
@@ -130,7 +120,7 @@ Reading ReadSimulate(std::span<const std::string> args, SimulateOptions* out) {
     if (!p.Has(n.name)) continue;
     double v = 0;
     if (!ParseDouble(p.Get(n.name), &v) || v < n.lo || v > n.hi)
-      return usage(std::string(n.name) + " takes a number from " + std::to_string(static_cast<int>(n.lo)) +
+      return UsageError(std::string(n.name) + " takes a number from " + std::to_string(static_cast<int>(n.lo)) +
                    " to " + std::to_string(static_cast<int>(n.hi)));
     *n.target = v;
   }
@@ -141,7 +131,7 @@ Reading ReadSimulate(std::span<const std::string> args, SimulateOptions* out) {
   for (const auto& [name, target] : whole) {
     long long v = 0;
     if (!p.Has(name)) continue;
-    if (!ParseInt(p.Get(name), -1, 100000, &v)) return usage(std::string(name) + " takes a whole number");
+    if (!ParseInt(p.Get(name), -1, 100000, &v)) return UsageError(std::string(name) + " takes a whole number");
     *target = static_cast<int>(v);
   }
   c.width = s.width = w;
@@ -151,16 +141,16 @@ Reading ReadSimulate(std::span<const std::string> args, SimulateOptions* out) {
   c.speed = s.speed = speed;
   if (noise >= 0) c.noise = s.noise = noise;
   if (p.Has("--light") && !ParseLight(p.Get("--light"), &c.light))
-    return usage("--light is day, dusk, night or a number above 0");
+    return UsageError("--light is day, dusk, night or a number above 0");
   if (p.Has("--pano")) {
     const std::string pano = p.Get("--pano");
-    if (pano != "equirect" && pano != "cylindrical") return usage("--pano is equirect or cylindrical");
+    if (pano != "equirect" && pano != "cylindrical") return UsageError("--pano is equirect or cylindrical");
     c.projection = pano == "equirect" ? PanoProjection::kEquirectangular : PanoProjection::kCylindrical;
   }
   if (p.Has("--pano-fov")) {
     int hf = 0, vf = 0;
     if (!ParseSize(p.Get("--pano-fov"), &hf, &vf) || hf > 360 || vf > 180)
-      return usage("--pano-fov takes HxV degrees, e.g. 120x60");
+      return UsageError("--pano-fov takes HxV degrees, e.g. 120x60");
     c.pano_hfov = hf;
     c.pano_vfov = vf;
   }

@@ -48,47 +48,38 @@ const CommandSpec kStitch{
 Reading ReadStitch(std::span<const std::string> args, StitchOptions* out) {
   Reading r;
   Parsed p;
-  auto usage = [&r](const std::string& why) {
-    r.status = kUsage;
-    r.error = why;
-    return r;
-  };
-  if (!Parse(kStitch, args, &p, &r.error)) return usage(r.error + " (see lumivex stitch --help)");
-  if (p.Flag("--help")) {
-    r.help = true;
-    return r;
-  }
+  if (!StartReading(kStitch, args, &p, &r)) return r;
   if (p.positional.size() > 1) {
     std::string given;
     for (const std::string& s : p.positional) given += (given.empty() ? "" : ", ") + s;
-    return usage("stitch takes one INPUT (given " + std::to_string(p.positional.size()) + ": " +
+    return UsageError("stitch takes one INPUT (given " + std::to_string(p.positional.size()) + ": " +
                  given + ")");
   }
   if (p.positional.empty() || p.Get("-o").empty())
-    return usage("stitch needs INPUT and -o OUTPUT (see lumivex stitch --help)");
+    return UsageError("stitch needs INPUT and -o OUTPUT (see lumivex stitch --help)");
   out->input = p.positional[0];
   out->output = p.Get("-o");
   if (p.Has("--size") && !ParseSize(p.Get("--size"), &out->raw_width, &out->raw_height))
-    return usage("--size takes WxH, e.g. 640x480");
+    return UsageError("--size takes WxH, e.g. 640x480");
   const std::string fmt = p.Get("--format", "nv21");
-  if (fmt != "nv21" && fmt != "i420") return usage("--format is nv21 or i420");
+  if (fmt != "nv21" && fmt != "i420") return UsageError("--format is nv21 or i420");
   out->format = fmt == "i420" ? ZMOS_FORMAT_I420 : ZMOS_FORMAT_NV21;
   if (!ParseProfile(p.Get("--profile", "quality"), &out->profile))
-    return usage("--profile is exact or quality");
+    return UsageError("--profile is exact or quality");
   long long v = 0;
   if (p.Has("--angle")) {
     if (!ParseInt(p.Get("--angle"), 30, 360, &v))
-      return usage("--angle takes whole degrees from 30 to 360, e.g. --angle 360");
+      return UsageError("--angle takes whole degrees from 30 to 360, e.g. --angle 360");
     out->angle = static_cast<std::int32_t>(v);
   }
   if (p.Has("--quality")) {
     if (!ParseInt(p.Get("--quality"), 1, 100, &v))
-      return usage("--quality takes a JPEG quality from 1 to 100, e.g. --quality 95");
+      return UsageError("--quality takes a JPEG quality from 1 to 100, e.g. --quality 95");
     out->quality = static_cast<int>(v);
   }
   if (!EndsWith(out->output, ".jpg") && !EndsWith(out->output, ".jpeg") &&
       !EndsWith(out->output, ".png"))
-    return usage("the output must end in .jpg, .jpeg or .png");
+    return UsageError("the output must end in .jpg, .jpeg or .png");
   out->debug_dir = p.Get("--debug-dir");
   out->json = p.Flag("--json");
   out->quiet = p.Flag("--quiet");
