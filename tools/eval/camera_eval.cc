@@ -293,14 +293,7 @@ std::vector<Score> RunCameraScenario(const Rgb& photo, const std::string& photo_
     s.light = o.light >= kDaylight ? "day" : o.light >= kDusk ? "dusk" : "night";
     s.photo = photo_name, s.name = c.name, s.profile = profiles[i];
     s.width = o.width, s.height = o.height, s.direction = o.direction;
-    s.complete = cap.complete();
-    s.end_code = cap.end_code();
-    s.frames = cap.frames_read();
-    s.kept = cap.frames_kept();
-    s.narrow = cap.narrow();
-    s.pano_width = cap.panorama().width();
-    s.pano_height = cap.panorama().height();
-    s.ms_per_frame = cap.ms_per_frame();
+    RecordOutcome(cap, &s);
     s.ev_range = ev_hi - ev_lo;
     if (cap.panorama().width() > 0) {
       ZMOSIMAGE pano = const_cast<Yuv420&>(cap.panorama()).Image();

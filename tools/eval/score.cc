@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "tools/capture/capture.h"
+
 namespace lumivex::tools {
 
 std::string BadCompletion(const Score& s) {
@@ -26,6 +28,17 @@ std::string BadCompletion(const Score& s) {
       std::snprintf(text, sizeof(text), "a brightness step of %.0f %% at a seam", s.seam_step);
   }
   return text;
+}
+
+void RecordOutcome(const Capture& cap, Score* s) {
+  s->complete = cap.complete();
+  s->end_code = cap.end_code();
+  s->frames = cap.frames_read();
+  s->kept = cap.frames_kept();
+  s->narrow = cap.narrow();
+  s->pano_width = cap.panorama().width();
+  s->pano_height = cap.panorama().height();
+  s->ms_per_frame = cap.ms_per_frame();
 }
 
 std::string OutcomeOf(const Score& s) {

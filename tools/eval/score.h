@@ -64,6 +64,12 @@ struct Score {
   std::vector<PairRecord> pair_records;  // the measured pairs
 };
 
+class Capture;
+
+// What a finished capture did, into *s: completion, end code, frames read and kept, the
+// panorama's size and the engine's time a frame.
+void RecordOutcome(const Capture& cap, Score* s);
+
 // A capture that completed but whose panorama is not fit to show: why, or empty.
 std::string BadCompletion(const Score& s);
 

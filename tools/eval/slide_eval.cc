@@ -114,14 +114,7 @@ Score Capture1(const SlideSim& sim, const std::string& photo_name, const std::st
     if (!cap.Feed(frame)) break;
   }
   cap.Finish();
-  s.complete = cap.complete();
-  s.end_code = cap.end_code();
-  s.frames = cap.frames_read();
-  s.kept = cap.frames_kept();
-  s.narrow = cap.narrow();
-  s.pano_width = cap.panorama().width();
-  s.pano_height = cap.panorama().height();
-  s.ms_per_frame = cap.ms_per_frame();
+  RecordOutcome(cap, &s);
   if (cap.panorama().width() > 0) {
     std::string ignored;
     ZMOSIMAGE pano = const_cast<Yuv420&>(cap.panorama()).Image();
