@@ -298,42 +298,19 @@ void Notify(CCamHandlerVideoRVK* h, std::int32_t msg, jobject bitmap) {
   if (data != nullptr) env->DeleteLocalRef(data);
 }
 
-jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jint width,
-                 jint height) {
-  _LOG2FILE("JNI_InitRVK <----");
-  ZMOSVERSION version;
-  ZMOS_GetVersion(&version);
-  _LOG2FILE("RVK Version: %s,%s,%s", version.szVersion, version.szCopyright, version.szDate);
-  if (host == nullptr || width <= 0 || height <= 0) {
-    _LOG2FILE("JNI_InitRVK ---->");
-    return 0;
-  }
-  auto* h = static_cast<CCamHandlerVideoRVK*>(MMemAlloc(nullptr, sizeof(CCamHandlerVideoRVK)));
-  if (h == nullptr) {
-    _LOG2FILE("JNI_InitRVK ---->");
-    return 0;
-  }
-  MMemSet(h, 0, sizeof(CCamHandlerVideoRVK));
-  h->m_dwRVKMaxNumber = maxNumber < 1 || maxNumber > 30 ? 30 : maxNumber;
-  h->lPreviewWidth = width;
-  h->lPreviewHeight = height;
-  h->lProfile = CaptureProfile();
-  _LOG2FILE("InitRVK <----");
-  _LOG2FILE("lPreviewWidth=%d, lPreviewHeight=%d", width, height);
-
-  const std::int64_t n = h->m_dwRVKMaxNumber, w = width, ht = height;
+// The work buffer the binding gives a capture of `max_frames` kept frames at this preview
+// size: the larger of the landscape and portrait needs.
+std::int64_t BindingWorkBytes(std::int64_t n, std::int64_t w, std::int64_t ht) {
   const std::int64_t land = 3 * w * ht + (n + 5) * ((ht * ((ht / 5) & ~3) * 3) / 2) + 16 * (n + 8);
   const std::int64_t port = 3 * w * ht + (n + 5) * ((w * ((w / 5) & ~3) * 3) / 2) + 16 * (n + 8);
-  const std::int64_t size = std::max(land, port);
   _LOG2FILE("land=%d,port=%d", static_cast<int>(land), static_cast<int>(port));
-  h->m_StitchParam =
-      ZMOSINITPARAM{nullptr, static_cast<std::int32_t>(std::min<std::int64_t>(size, INT32_MAX)),
-                    180,     width,
-                    height,  width,
-                    height};
-  _LOG2FILE("m_dwRVKMaxNumber=%d, mPhotoNumberforSize=%d, m_StitchParam.lWorkBufferSize = %d",
-            h->m_dwRVKMaxNumber, h->m_dwRVKMaxNumber + 4, h->m_StitchParam.lWorkBufferSize);
+  return std::max(land, port);
+}
 
+// The work and result buffers, the engine and the chroma scratch of a new handler; false
+// (with the buffers given back) when any of them cannot be had.
+bool StartCapture(CCamHandlerVideoRVK* h, std::int64_t size) {
+  const std::int32_t width = h->lPreviewWidth, height = h->lPreviewHeight;
   bool ok = size <= INT32_MAX;
   if (ok) {
     h->pWorkMem = MMemAlloc(nullptr, h->m_StitchParam.lWorkBufferSize);
@@ -345,7 +322,7 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
     }
   }
   if (ok) {
-    const std::int64_t result_size = ht * 10000;
+    const std::int64_t result_size = std::int64_t{height} * 10000;
     h->lResultMemSize = static_cast<std::int32_t>(std::min<std::int64_t>(result_size, INT32_MAX));
     h->pResultMem = static_cast<std::uint8_t*>(MMemAlloc(nullptr, h->lResultMemSize));
     if (h->pResultMem == nullptr) {
@@ -381,16 +358,57 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
     h->pWorkMem = nullptr;
     h->pResultMem = nullptr;
     _LOG2FILE("InitRVK Failed ---->");
-    // A handle that can never capture would leave a host waiting for a result that
-    // never comes: under the quality profile there is none.
-    if (h->lProfile == ZMOS_PROFILE_QUALITY) {
-      ZMOS_UnInit(&h->hEngine);
-      MMemFree(nullptr, h->pUIImage);
-      MMemFree(nullptr, h);
-      _LOG2FILE("JNI_InitRVK ---->");
-      return 0;
-    }
   }
+  return ok;
+}
+
+// Everything a handler that will not be handed out holds, and the handler.
+jint DiscardHandler(JNIEnv* env, CCamHandlerVideoRVK* h) {
+  ZMOS_UnInit(&h->hEngine);
+  MMemFree(nullptr, h->pWorkMem);
+  MMemFree(nullptr, h->pResultMem);
+  MMemFree(nullptr, h->pUIImage);
+  MMemFree(nullptr, h->pChroma);
+  if (h->jHost != nullptr) env->DeleteGlobalRef(h->jHost);
+  MMemFree(nullptr, h);
+  _LOG2FILE("JNI_InitRVK ---->");
+  return 0;
+}
+
+jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jint width,
+                 jint height) {
+  _LOG2FILE("JNI_InitRVK <----");
+  ZMOSVERSION version;
+  ZMOS_GetVersion(&version);
+  _LOG2FILE("RVK Version: %s,%s,%s", version.szVersion, version.szCopyright, version.szDate);
+  if (host == nullptr || width <= 0 || height <= 0) {
+    _LOG2FILE("JNI_InitRVK ---->");
+    return 0;
+  }
+  auto* h = static_cast<CCamHandlerVideoRVK*>(MMemAlloc(nullptr, sizeof(CCamHandlerVideoRVK)));
+  if (h == nullptr) {
+    _LOG2FILE("JNI_InitRVK ---->");
+    return 0;
+  }
+  MMemSet(h, 0, sizeof(CCamHandlerVideoRVK));
+  h->m_dwRVKMaxNumber = maxNumber < 1 || maxNumber > 30 ? 30 : maxNumber;
+  h->lPreviewWidth = width;
+  h->lPreviewHeight = height;
+  h->lProfile = CaptureProfile();
+  _LOG2FILE("InitRVK <----");
+  _LOG2FILE("lPreviewWidth=%d, lPreviewHeight=%d", width, height);
+  const std::int64_t size = BindingWorkBytes(h->m_dwRVKMaxNumber, width, height);
+  h->m_StitchParam =
+      ZMOSINITPARAM{nullptr, static_cast<std::int32_t>(std::min<std::int64_t>(size, INT32_MAX)),
+                    180,     width,
+                    height,  width,
+                    height};
+  _LOG2FILE("m_dwRVKMaxNumber=%d, mPhotoNumberforSize=%d, m_StitchParam.lWorkBufferSize = %d",
+            h->m_dwRVKMaxNumber, h->m_dwRVKMaxNumber + 4, h->m_StitchParam.lWorkBufferSize);
+  // A handle that can never capture would leave a host waiting for a result that never
+  // comes: under the quality profile there is none.
+  if (!StartCapture(h, size) && h->lProfile == ZMOS_PROFILE_QUALITY)
+    return DiscardHandler(env, h);
   h->jHost = env->NewGlobalRef(host);
   h->lKey = AddHandler(h);
   // Notification 2 names the panorama by ResultBitmap's address where an address fits in
@@ -401,18 +419,8 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
   } else {
     h->lBitmapKey = h->lKey;
   }
-  if (h->lKey == 0) {
-    // No room in the handle table: the capture cannot be reached, so it is not made.
-    ZMOS_UnInit(&h->hEngine);
-    MMemFree(nullptr, h->pWorkMem);
-    MMemFree(nullptr, h->pResultMem);
-    MMemFree(nullptr, h->pUIImage);
-    MMemFree(nullptr, h->pChroma);
-    env->DeleteGlobalRef(h->jHost);
-    MMemFree(nullptr, h);
-    _LOG2FILE("JNI_InitRVK ---->");
-    return 0;
-  }
+  // No room in the handle table: the capture cannot be reached, so it is not made.
+  if (h->lKey == 0) return DiscardHandler(env, h);
   _LOG2FILE("JNI_InitRVK ---->");
   return h->lKey;
 }

@@ -39,6 +39,43 @@ jint Register_VideoRVK_Functions(JavaVM* vm, JNIEnv* env) {
   return 0;
 }
 
+// The Bitmap.Config a pixel array format is shown as (null for one Android cannot show).
+const char* ConfigName(std::uint32_t format) {
+  switch (format) {
+    case MPAF_GRAY8:
+      return "ALPHA_8";
+    case MPAF_RGB16_R5G6B5:
+      return "RGB_565";
+    case MPAF_RGB32_A8R8G8B8:
+      return "ARGB_8888";
+    default:
+      return nullptr;
+  }
+}
+
+// The bitmap's pixels into a new Android bitmap of its size. Android's stride is taken to
+// equal the pitch; never past either buffer.
+void CopyPixels(JNIEnv* env, const MBITMAP& bitmap, jobject target) {
+  AndroidBitmapInfo info{};
+  int ret = AndroidBitmap_getInfo(env, target, &info);
+  if (ret < 0) {
+    _LOG2FILE("AndroidBitmap_getInfo nRet:%d", ret);
+    return;
+  }
+  void* pixels = nullptr;
+  ret = AndroidBitmap_lockPixels(env, target, &pixels);
+  if (ret < 0 || pixels == nullptr) {
+    _LOG2FILE("AndroidBitmap_lockPixels nRet:%d", ret);
+    return;
+  }
+  _LOG2FILE("MMemCpy to pAddress");
+  const std::int64_t bytes =
+      std::min<std::int64_t>(static_cast<std::int64_t>(bitmap.lPitch[0]) * bitmap.lHeight,
+                             static_cast<std::int64_t>(info.stride) * info.height);
+  MMemCpy(pixels, bitmap.pPlane[0], static_cast<std::int32_t>(bytes));
+  AndroidBitmap_unlockPixels(env, target);
+}
+
 jobject GetBitmapFromMBitmap(JNIEnv* env, const MBITMAP* bitmap) {
   _LOG2FILE("GetBitmapFromMBitmap in ");
   if (bitmap == nullptr || bitmap->pPlane[0] == nullptr) {
@@ -59,20 +96,7 @@ jobject GetBitmapFromMBitmap(JNIEnv* env, const MBITMAP* bitmap) {
             static_cast<int>(MPAF_RGB32_A8R8G8B8));
   _LOG2FILE(" GetBitmapFromMBitmap color_format: %d,lWidth: %d,lHeight: %d ",
             static_cast<int>(bitmap->dwPixelArrayFormat), bitmap->lWidth, bitmap->lHeight);
-  const char* config_name = nullptr;
-  switch (bitmap->dwPixelArrayFormat) {
-    case MPAF_GRAY8:
-      config_name = "ALPHA_8";
-      break;
-    case MPAF_RGB16_R5G6B5:
-      config_name = "RGB_565";
-      break;
-    case MPAF_RGB32_A8R8G8B8:
-      config_name = "ARGB_8888";
-      break;
-    default:
-      break;
-  }
+  const char* config_name = ConfigName(bitmap->dwPixelArrayFormat);
   jobject result = nullptr;
   if (config_name == nullptr) {
     env->DeleteLocalRef(bitmap_class);
@@ -99,25 +123,7 @@ jobject GetBitmapFromMBitmap(JNIEnv* env, const MBITMAP* bitmap) {
   if (result == nullptr) {
     _LOG2FILE("createBitmap faild...");
   } else {
-    AndroidBitmapInfo info{};
-    int ret = AndroidBitmap_getInfo(env, result, &info);
-    if (ret < 0) {
-      _LOG2FILE("AndroidBitmap_getInfo nRet:%d", ret);
-    } else {
-      void* pixels = nullptr;
-      ret = AndroidBitmap_lockPixels(env, result, &pixels);
-      if (ret < 0 || pixels == nullptr) {
-        _LOG2FILE("AndroidBitmap_lockPixels nRet:%d", ret);
-      } else {
-        _LOG2FILE("MMemCpy to pAddress");
-        // Android's stride is taken to equal the pitch; never past either buffer.
-        const std::int64_t bytes =
-            std::min<std::int64_t>(static_cast<std::int64_t>(bitmap->lPitch[0]) * bitmap->lHeight,
-                                   static_cast<std::int64_t>(info.stride) * info.height);
-        MMemCpy(pixels, bitmap->pPlane[0], static_cast<std::int32_t>(bytes));
-        AndroidBitmap_unlockPixels(env, result);
-      }
-    }
+    CopyPixels(env, *bitmap, result);
   }
   env->DeleteLocalRef(bitmap_class);
   env->DeleteLocalRef(config_class);

@@ -123,6 +123,129 @@ bool Sampleable(const ZMOSIMAGE& img) {
          img.pPlane[1] != nullptr;
 }
 
+
+// The preview's reduction: `s` the caller's scale, `r` how much larger the engine's
+// frames are than the ones given here (at least 1).
+struct PreviewScale {
+  std::int32_t s, r;
+  PreviewScale(std::int32_t scale, std::int32_t ratio) : s(scale), r(ratio == 0 ? 1 : ratio) {}
+};
+
+// Where one strip of the frame goes: `src` in the frame, `dst` in the preview.
+struct PreviewStep {
+  ZMOSRECT dst{}, src{};
+};
+
+// The first kept frame: the preview is made (once) and painted dark grey, and the
+// caller's record becomes a view of it.
+std::int32_t StartPreview(ZMOSSWEEPSTITCHER& st, const PreviewScale& scale, ZMOSIMAGE* ui) {
+  if (st.pPreview == nullptr) {
+    if (const std::int32_t res = ZMOSCreateImage_AOD(
+            &st.pPreview, Even(st.lPanoWidth / scale.r / scale.s),
+            Even(st.lPanoHeight / scale.r / scale.s), ui->dwFormat, st.hMemMgr);
+        res != 0)
+      return res;
+  }
+  ZMOSIMAGE& p = *st.pPreview;
+  *ui = p;
+  if (p.dwFormat == ZMOS_FORMAT_YUV422_501) {
+    for (std::int32_t y = 0; y < p.lHeight; ++y)
+      for (std::int32_t x = 0; x < p.lWidth; ++x) {
+        p.pPlane[0][std::int64_t{y} * p.lPitch[0] + 2 * x] = 40;
+        p.pPlane[0][std::int64_t{y} * p.lPitch[0] + 2 * x + 1] = 128;
+      }
+  } else {
+    MMemSet(p.pPlane[0], 40, p.lHeight * p.lPitch[0]);
+    MMemSet(p.pPlane[1], 128, p.lHeight / 2 * p.lPitch[1]);
+  }
+  return ZMOS_OK;
+}
+
+// The first frame's part before the cut fills the preview's starting edge.
+PreviewStep FirstStrip(ZMOSSWEEPSTITCHER& st, const PreviewScale& scale, const ZMOSIMAGE& frame,
+                       std::int32_t pw, std::int32_t ph) {
+  const std::int32_t s = scale.s, r = scale.r, cut = st.lStripStart;
+  PreviewStep step;
+  ZMOSRECT& d = step.dst;
+  ZMOSRECT& src = step.src;
+  switch (st.lDirection) {
+    case ZMOS_DIRECTION_LEFT_TO_RIGHT:
+      d = {0, 0, Even(cut / r / s), Even(ph)};
+      src = {0, 0, s * d.lRight, s * Even(ph)};
+      break;
+    case ZMOS_DIRECTION_RIGHT_TO_LEFT: {
+      d = {Even(pw + 1 - cut / r / s), 0, Even(pw), Even(ph)};
+      const std::int32_t left = Even(frame.lWidth - cut / r);
+      src = {left, 0, left + s * (d.lRight - d.lLeft), s * Even(ph)};
+      break;
+    }
+    case ZMOS_DIRECTION_TOP_TO_BOTTOM:
+      d = {0, 0, Even(pw), Even(cut / r / s)};
+      src = {0, 0, s * Even(pw), s * d.lBottom};
+      break;
+    default: {
+      d = {0, Even(ph + 1 - cut / r / s), Even(pw), Even(ph)};
+      const std::int32_t top = Even(frame.lHeight - cut / r);
+      src = {0, top, s * Even(pw), top + s * (d.lBottom - d.lTop)};
+      break;
+    }
+  }
+  st.PreviewRect = d;
+  return step;
+}
+
+// A later strip: from the preview's drawn edge to the canvas's reach (to the preview's far
+// edge for the last one); the drawn edge moves on.
+PreviewStep NextStrip(ZMOSSWEEPSTITCHER& st, const PreviewScale& scale, std::int32_t pw,
+                      std::int32_t ph) {
+  const std::int32_t s = scale.s, r = scale.r, strip_end = st.lStripEnd;
+  const bool last = st.bFinished == 1;
+  const std::int32_t reach = (st.lMainOffset + st.lStripStart) / r / s;  // in preview pixels
+  ZMOSRECT& pr = st.PreviewRect;
+  PreviewStep step;
+  ZMOSRECT& d = step.dst;
+  ZMOSRECT& src = step.src;
+  switch (st.lDirection) {
+    case ZMOS_DIRECTION_LEFT_TO_RIGHT: {
+      d = {Even(pr.lRight), 0, last ? Even(pw) : Even(reach), ph};
+      const std::int32_t left = Even((strip_end - st.lLastDx) / r);
+      src = {left, 0, left + s * (d.lRight - d.lLeft), s * ph};
+      pr.lRight = d.lRight;
+      break;
+    }
+    case ZMOS_DIRECTION_RIGHT_TO_LEFT:
+      if (last) {
+        d = {0, 0, Even(pr.lLeft + 1), ph};
+        src = {0, 0, s * d.lRight, s * ph};
+      } else {
+        d = {Even(pw + 1 - reach), 0, Even(pr.lLeft + 1), ph};
+        const std::int32_t left = Even(strip_end / r);
+        src = {left, 0, left + s * (d.lRight - d.lLeft), s * ph};
+      }
+      pr.lLeft = d.lLeft;
+      break;
+    case ZMOS_DIRECTION_TOP_TO_BOTTOM: {
+      d = {0, Even(pr.lBottom), pw, last ? Even(ph + 1) : Even(reach)};
+      const std::int32_t top = Even((strip_end - st.lLastDy) / r);
+      src = {0, top, s * pw, top + s * (d.lBottom - d.lTop)};
+      pr.lBottom = d.lBottom;
+      break;
+    }
+    default:
+      if (last) {
+        d = {0, 0, pw, Even(pr.lTop + 1)};
+        src = {0, 0, s * pw, s * d.lBottom};
+      } else {
+        d = {0, Even(ph + 1 - reach), pw, Even(pr.lTop + 1)};
+        const std::int32_t top = Even(strip_end / r);
+        src = {0, top, s * pw, top + s * (d.lBottom - d.lTop)};
+      }
+      pr.lTop = d.lTop;
+      break;
+  }
+  return step;
+}
+
 }  // namespace
 }  // namespace lumivex::engine
 
@@ -208,107 +331,23 @@ int32_t ZMOSUpdateUIImage(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
   if (st.lDirection == ZMOS_DIRECTION_UNKNOWN || !st.bNewStrip || !st.bActive) return ZMOS_OK;
   if (!PreviewFormat(pUIImage->dwFormat)) return ZMOS_ERR_UNSUPPORTED_FORMAT;
   if (lScale < 1 || pFrame->lWidth <= 0 || pFrame->lHeight <= 0) return ZMOS_ERR_INVALID_PARAM;
-  const std::int32_t s = lScale;
-  const std::int32_t fw = pFrame->lWidth, fh = pFrame->lHeight;
-  std::int32_t r = std::max(st.lFrameWidth / fw, st.lFrameHeight / fh);
-  if (r == 0) r = 1;
-  const std::int32_t ss = st.lStripStart, se = st.lStripEnd, m = st.lMainOffset;
-  ZMOSRECT& pr = st.PreviewRect;
-  ZMOSRECT d{}, src{};
-
+  const PreviewScale scale{lScale, std::max(st.lFrameWidth / pFrame->lWidth,
+                                            st.lFrameHeight / pFrame->lHeight)};
   if (st.lKeptCount == 1) {
-    if (st.pPreview == nullptr) {
-      if (const std::int32_t res =
-              ZMOSCreateImage_AOD(&st.pPreview, Even(st.lPanoWidth / r / s),
-                                  Even(st.lPanoHeight / r / s), pUIImage->dwFormat, st.hMemMgr);
-          res != 0)
-        return res;
-    }
-    ZMOSIMAGE& p = *st.pPreview;
-    *pUIImage = p;
-    if (p.dwFormat == ZMOS_FORMAT_YUV422_501) {
-      for (std::int32_t y = 0; y < p.lHeight; ++y)
-        for (std::int32_t x = 0; x < p.lWidth; ++x) {
-          p.pPlane[0][std::int64_t{y} * p.lPitch[0] + 2 * x] = 40;
-          p.pPlane[0][std::int64_t{y} * p.lPitch[0] + 2 * x + 1] = 128;
-        }
-    } else {
-      MMemSet(p.pPlane[0], 40, p.lHeight * p.lPitch[0]);
-      MMemSet(p.pPlane[1], 128, p.lHeight / 2 * p.lPitch[1]);
-    }
+    if (const std::int32_t res = StartPreview(st, scale, pUIImage); res != 0) return res;
   }
   const std::int32_t pw = st.pPreview != nullptr ? st.pPreview->lWidth : 0;
   const std::int32_t ph = st.pPreview != nullptr ? st.pPreview->lHeight : 0;
-
-  if (st.lKeptCount == 1) {
-    // The first frame's part before the cut fills the preview's starting edge.
-    switch (st.lDirection) {
-      case 0:
-        d = {0, 0, Even(ss / r / s), Even(ph)};
-        src = {0, 0, s * d.lRight, s * Even(ph)};
-        break;
-      case 1:
-        d = {Even(pw + 1 - ss / r / s), 0, Even(pw), Even(ph)};
-        src.lLeft = Even(fw - ss / r);
-        src = {src.lLeft, 0, src.lLeft + s * (d.lRight - d.lLeft), s * Even(ph)};
-        break;
-      case 2:
-        d = {0, 0, Even(pw), Even(ss / r / s)};
-        src = {0, 0, s * Even(pw), s * d.lBottom};
-        break;
-      default:
-        d = {0, Even(ph + 1 - ss / r / s), Even(pw), Even(ph)};
-        src.lTop = Even(fh - ss / r);
-        src = {0, src.lTop, s * Even(pw), src.lTop + s * (d.lBottom - d.lTop)};
-        break;
-    }
-    pr = d;
-  } else {
-    const bool last = st.bFinished == 1;
-    const std::int32_t e = (m + ss) / r / s;  // canvas reach, in preview pixels
-    switch (st.lDirection) {
-      case 0:
-        d = {Even(pr.lRight), 0, last ? Even(pw) : Even(e), ph};
-        src.lLeft = Even((se - st.lLastDx) / r);
-        src = {src.lLeft, 0, src.lLeft + s * (d.lRight - d.lLeft), s * ph};
-        pr.lRight = d.lRight;
-        break;
-      case 1:
-        if (last) {
-          d = {0, 0, Even(pr.lLeft + 1), ph};
-          src = {0, 0, s * d.lRight, s * ph};
-        } else {
-          d = {Even(pw + 1 - e), 0, Even(pr.lLeft + 1), ph};
-          src.lLeft = Even(se / r);
-          src = {src.lLeft, 0, src.lLeft + s * (d.lRight - d.lLeft), s * ph};
-        }
-        pr.lLeft = d.lLeft;
-        break;
-      case 2:
-        d = {0, Even(pr.lBottom), pw, last ? Even(ph + 1) : Even(e)};
-        src.lTop = Even((se - st.lLastDy) / r);
-        src = {0, src.lTop, s * pw, src.lTop + s * (d.lBottom - d.lTop)};
-        pr.lBottom = d.lBottom;
-        break;
-      default:
-        if (last) {
-          d = {0, 0, pw, Even(pr.lTop + 1)};
-          src = {0, 0, s * pw, s * d.lBottom};
-        } else {
-          d = {0, Even(ph + 1 - e), pw, Even(pr.lTop + 1)};
-          src.lTop = Even(se / r);
-          src = {0, src.lTop, s * pw, src.lTop + s * (d.lBottom - d.lTop)};
-        }
-        pr.lTop = d.lTop;
-        break;
-    }
-  }
-  src.lRight = std::min(src.lRight, fw);
-  src.lBottom = std::min(src.lBottom, fh);
+  PreviewStep step = st.lKeptCount == 1 ? FirstStrip(st, scale, *pFrame, pw, ph)
+                                        : NextStrip(st, scale, pw, ph);
+  step.src.lRight = std::min(step.src.lRight, pFrame->lWidth);
+  step.src.lBottom = std::min(step.src.lBottom, pFrame->lHeight);
   // Drawn into the caller's record: a view of the preview after the first strip unless
   // the caller has put its own buffer there (clipped to that image).
-  const std::int32_t res = DownSampleImage(pFrame, &src, pUIImage, &d, s, s, 0);
+  const std::int32_t res =
+      DownSampleImage(pFrame, &step.src, pUIImage, &step.dst, scale.s, scale.s, 0);
   if (plRect != nullptr) {
+    const ZMOSRECT& pr = st.PreviewRect;
     plRect[0] = pr.lLeft;
     plRect[1] = pr.lTop;
     plRect[2] = pr.lRight;

@@ -164,31 +164,16 @@ std::int32_t SetUp(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame) {
 // Returns a result code; *drifted is set when the frame was refused for drift.
 std::int32_t Keep(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t dx, std::int32_t dy,
                   bool* drifted) {
-  std::int32_t k = 0, drift = 0;
-  switch (s.lDirection) {
-    case 0:
-      s.lMainOffset = WrapAdd(s.lMainOffset, dx);
-      drift = s.lDriftY = WrapAdd(s.lDriftY, dy);
-      k = dx / 2;
-      break;
-    case 1:
-      s.lMainOffset = WrapSub(s.lMainOffset, dx);
-      drift = s.lDriftY = WrapAdd(s.lDriftY, dy);
-      k = -(dx / 2);
-      break;
-    case 2:
-      s.lMainOffset = WrapAdd(s.lMainOffset, dy);
-      drift = s.lDriftX = WrapAdd(s.lDriftX, dx);
-      k = dy / 2;
-      break;
-    case 3:
-      s.lMainOffset = WrapSub(s.lMainOffset, dy);
-      drift = s.lDriftX = WrapAdd(s.lDriftX, dx);
-      k = -(dy / 2);
-      break;
-    default:
-      return ZMOS_OK;
-  }
+  if (!lumivex::IsKnownDirection(s.lDirection)) return ZMOS_OK;
+  // Along the sweep the canvas offset grows by the travel (shrinks going backward); across
+  // it the drift adds up.
+  const bool horizontal = IsHorizontal(s.lDirection), forward = lumivex::IsForward(s.lDirection);
+  const std::int32_t along = horizontal ? dx : dy;
+  s.lMainOffset = forward ? WrapAdd(s.lMainOffset, along) : WrapSub(s.lMainOffset, along);
+  std::int32_t& drift_sum = horizontal ? s.lDriftY : s.lDriftX;
+  drift_sum = WrapAdd(drift_sum, horizontal ? dy : dx);
+  const std::int32_t drift = drift_sum;
+  const std::int32_t k = forward ? along / 2 : -(along / 2);
   // The frame height bounds the drift of both kinds of sweep.
   const std::int32_t third = frame.lHeight / 3;
   if (drift > third || drift < -third) {
@@ -245,6 +230,77 @@ void Laid(const ZMOSSWEEPSTITCHER& s, QualityState& q, std::int32_t dx, std::int
   const std::int32_t gap = q.laid_at >= 0 ? s.lFrameCount - q.laid_at : 0;
   q.laid_speed16 = gap > 0 ? static_cast<std::int32_t>(std::int64_t{along} * 16 / gap) : 0;
   q.laid_at = gap > 0 ? s.lFrameCount : -1;
+}
+
+// What one frame did: the selector's status, its travel and whether a too-fast frame was
+// laid.
+struct FrameOutcome {
+  std::int32_t status = ZMOS_SELECT_NONE, dx = 0, dy = 0;
+  bool laid_too_fast = false;
+};
+
+// One frame of the sweep: the first frame kept aside, the direction detected, the selector
+// run and a kept frame laid; *plStatus and *plFinish as the host sees them. The selector
+// writes the travel before it reports a failure, so `out` holds it either way.
+std::int32_t SelectAndLay(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const ZMOSIMAGE& track,
+                          std::int32_t* plStatus, std::int32_t* plFinish, FrameOutcome* out) {
+  std::int32_t res = ZMOS_OK;
+  if (!s.bFirstFrameCopied) {
+    res = ZMOSCreateImage_AOD(&s.pFirstFrame, frame.lWidth, frame.lHeight, frame.dwFormat,
+                              s.hMemMgr);
+    if (res == 0) res = ZMOSCopyImage_AOD(s.pFirstFrame, &frame);
+    if (res != 0) return res;
+    s.bFirstFrameCopied = 1;
+  }
+  *plStatus = ZMOS_SELECT_NONE;
+  if (s.bFinished) return res;
+  if (s.lDirection == ZMOS_DIRECTION_UNKNOWN) {
+    res = DetectDirection(s, frame, track);
+    if (res != 0 || s.lDirection == ZMOS_DIRECTION_UNKNOWN) return res;
+  }
+  if (s.bNeedSetup && (res = SetUp(s, frame)) != 0) return res;
+
+  std::int32_t travel[2] = {0, 0};
+  bool restarted = false;
+  std::int32_t status = ZMOS_SELECT_NONE;
+  res = lumivex::select::RunBySF(s.hFrameSelector, &frame, &track, travel, &status, PolicyOf(&s),
+                                 &restarted, CoastingOf(&s));
+  out->status = status;
+  out->dx = travel[0];
+  out->dy = travel[1];
+  if (res != 0) return res;
+  // A too-fast frame the selector restarted from is laid like a kept one; the host is
+  // still told it was too fast.
+  if (status == ZMOS_SELECT_KEEP || restarted) {
+    QualityState* quality = QualityOf(&s);
+    if (PolicyOf(&s).refine_travel_at_seam && s.lBandCount == 1 && quality != nullptr)
+      RefineAtSeam(s, frame, *quality, &out->dx, &out->dy);
+    bool drifted = false;
+    if ((res = Keep(s, frame, out->dx, out->dy, &drifted)) != 0) return res;
+    if (quality != nullptr && !drifted) Laid(s, *quality, out->dx, out->dy);
+    out->laid_too_fast = restarted && !drifted;
+    if (CompletedOnAGuess(s, quality)) return ZMOS_ERR_NO_TEXTURE;
+    if (drifted) {
+      out->status = *plStatus = ZMOS_SELECT_WRONG;
+      return res;
+    }
+  }
+  // A sweep with no second kept frame 41 frames after detection whose motion has
+  // turned onto the other axis has gone wrong.
+  if (s.lFrameCount >= 41 && s.bNoSecondFrame) {
+    WrongAxis().sx = WrapAdd(WrongAxis().sx, out->dx);
+    WrongAxis().sy = WrapAdd(WrongAxis().sy, out->dy);
+    const std::int32_t ax = WrapAbs(WrongAxis().sx), ay = WrapAbs(WrongAxis().sy);
+    if (IsHorizontal(s.lDirection) ? ax < ay : ax > ay) out->status = ZMOS_SELECT_WRONG;
+  }
+  ++s.lFrameCount;
+  *plStatus = out->status;
+  if (*plFinish != 0) {
+    s.bFinished = *plFinish;
+  } else {
+    *plFinish = s.bFinished;
+  }
+  return res;
 }
 
 }  // namespace
@@ -348,71 +404,9 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
   const ZMOSIMAGE& track = *pTrackFrame;
   if (!s.bDerived) Derive(s, frame.lWidth);
 
-  std::int32_t status = ZMOS_SELECT_NONE, dx = 0, dy = 0;
-  std::int32_t res = ZMOS_OK;
-  bool laid_too_fast = false;
-  [&] {
-    if (!s.bFirstFrameCopied) {
-      res = ZMOSCreateImage_AOD(&s.pFirstFrame, frame.lWidth, frame.lHeight, frame.dwFormat,
-                                s.hMemMgr);
-      if (res == 0) res = ZMOSCopyImage_AOD(s.pFirstFrame, &frame);
-      if (res != 0) return;
-      s.bFirstFrameCopied = 1;
-    }
-    *plStatus = ZMOS_SELECT_NONE;
-    if (s.bFinished) return;
-    if (s.lDirection == ZMOS_DIRECTION_UNKNOWN) {
-      res = DetectDirection(s, frame, track);
-      if (res != 0 || s.lDirection == ZMOS_DIRECTION_UNKNOWN) return;
-    }
-    if (s.bNeedSetup && (res = SetUp(s, frame)) != 0) return;
-
-    // The selector writes the travel before it reports a failure; the tail reports it.
-    std::int32_t travel[2] = {0, 0};
-    bool restarted = false;
-    res = lumivex::select::RunBySF(s.hFrameSelector, &frame, &track, travel, &status, PolicyOf(&s),
-                                   &restarted, CoastingOf(&s));
-    dx = travel[0];
-    dy = travel[1];
-    if (res != 0) return;
-    // A too-fast frame the selector restarted from is laid like a kept one; the host is
-    // still told it was too fast.
-    if (status == ZMOS_SELECT_KEEP || restarted) {
-      QualityState* quality = QualityOf(&s);
-      if (PolicyOf(&s).refine_travel_at_seam && s.lBandCount == 1 && quality != nullptr)
-        RefineAtSeam(s, frame, *quality, &dx, &dy);
-      bool drifted = false;
-      res = Keep(s, frame, dx, dy, &drifted);
-      if (res != 0) return;
-      if (quality != nullptr && !drifted) Laid(s, *quality, dx, dy);
-      laid_too_fast = restarted && !drifted;
-      if (CompletedOnAGuess(s, quality)) {
-        res = ZMOS_ERR_NO_TEXTURE;
-        return;
-      }
-      if (drifted) {
-        status = ZMOS_SELECT_WRONG;
-        *plStatus = status;
-        return;
-      }
-    }
-    // A sweep with no second kept frame 41 frames after detection whose motion has
-    // turned onto the other axis has gone wrong.
-    if (s.lFrameCount >= 41 && s.bNoSecondFrame) {
-      WrongAxis().sx = WrapAdd(WrongAxis().sx, dx);
-      WrongAxis().sy = WrapAdd(WrongAxis().sy, dy);
-      const std::int32_t ax = WrapAbs(WrongAxis().sx), ay = WrapAbs(WrongAxis().sy);
-      if (IsHorizontal(s.lDirection) ? ax < ay : ax > ay) status = ZMOS_SELECT_WRONG;
-    }
-    ++s.lFrameCount;
-    *plStatus = status;
-    if (*plFinish != 0) {
-      s.bFinished = *plFinish;
-    } else {
-      *plFinish = s.bFinished;
-    }
-  }();
-
+  FrameOutcome out;
+  const std::int32_t res = SelectAndLay(s, frame, track, plStatus, plFinish, &out);
+  const std::int32_t dx = out.dx, dy = out.dy;
   // Tail: the sweep's travel for the host, in tracking-image pixels with y negated.
   s.lLastDx = dx;
   s.lLastDy = dy;
@@ -420,7 +414,7 @@ extern "C" int32_t ZMOSSelectFrame_SWT(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSI
   plOffset[0] = static_cast<std::int32_t>(x * track.lWidth / frame.lWidth);
   plOffset[1] = static_cast<std::int32_t>(-(y * track.lWidth / frame.lWidth));
   // A too-fast frame the quality profile laid moves the sweep on like a kept one.
-  if (*plStatus == ZMOS_SELECT_KEEP || laid_too_fast) {
+  if (*plStatus == ZMOS_SELECT_KEEP || out.laid_too_fast) {
     s.lSumDx = WrapAdd(s.lSumDx, dx);
     s.lSumDy = WrapAdd(s.lSumDy, dy);
     s.bNewStrip = 1;

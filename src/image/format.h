@@ -32,6 +32,21 @@ constexpr std::uint32_t MemberOf(std::uint32_t format) {
   return format & 0xFF;
 }
 
+// The format groups the blends, trackers and preview tell apart.
+constexpr bool IsPlanarYuv(std::uint32_t f) {  // 0x601-0x608: three planes
+  return f >= ZMOS_FORMAT_I420 && f <= ZMOS_FORMAT_PLANAR444_608;
+}
+constexpr bool IsSemiPlanar(std::uint32_t f) {  // 0x801-0x803: luma and interleaved chroma
+  return f >= ZMOS_FORMAT_SEMIPLANAR420_801 && f <= ZMOS_FORMAT_SEMIPLANAR422_803;
+}
+constexpr bool IsPacked422(std::uint32_t f) {  // 0x501-0x504: the pair orders the blends know
+  return f >= ZMOS_FORMAT_YUV422_501 && f <= ZMOS_FORMAT_YUV422_504;
+}
+// 0x503/0x504 carry each luma byte second in its pair.
+constexpr bool LumaSecond(std::uint32_t f) {
+  return f == ZMOS_FORMAT_YUV422_503 || f == ZMOS_FORMAT_YUV422_504;
+}
+
 // Geometry of `format`, or nothing for an unsupported code.
 constexpr std::optional<FormatInfo> LookupFormat(std::uint32_t format) {
   const std::uint32_t member = MemberOf(format);

@@ -130,6 +130,43 @@ Carry CarryThroughPlain(const ZMOSFRAMESELECTOR& s, const lumivex::Policy& polic
   return Carry::kCarried;
 }
 
+// The first frame after a keep-less start: both trackers made for this sweep's axis,
+// their travel cleared.
+std::int32_t StartTrackers(ZMOSFRAMESELECTOR& s, const ZMOSIMAGE& frame, const ZMOSIMAGE& track) {
+  const std::int32_t vertical = lumivex::IsVertical(s.lDirection) ? 1 : 0;
+  const std::int32_t w = track.lWidth, h = track.lHeight;
+  s.travel = Accumulators{};
+  s.lLastX = s.lLastY = 0;
+  if (const std::int32_t res = ZMOSCreateVideoTrackerRF_PBM(&s.hTrackerRF, frame.lWidth,
+                                                            frame.lHeight, vertical, s.hMemMgr);
+      res != 0)
+    return res;
+  if (const std::int32_t res =
+          ZMOSCreateVideoTrackerFF_PBM(&s.hTrackerFF, w, h, vertical, s.hMemMgr);
+      res != 0)
+    return res;
+  // Reference limits: a fixed 80 across a horizontal sweep, not derived from the strip.
+  if (vertical) {
+    ZMOSSetMaxOffet_PBM(s.hTrackerRF, 46, s.lMaxStep + 4);
+    ZMOSSetMaxOffet_PBM(s.hTrackerFF, w / 30, h / 8);
+  } else {
+    ZMOSSetMaxOffet_PBM(s.hTrackerRF, 80, 46);
+    ZMOSSetMaxOffet_PBM(s.hTrackerFF, w / 6, h / 30);
+  }
+  return ZMOS_OK;
+}
+
+// A prediction more than 0.6 strips behind the last report along the sweep is not
+// believed: the last report stands instead.
+void DisbelieveFarBehind(const ZMOSFRAMESELECTOR& s, std::int32_t predicted[2]) {
+  if (!lumivex::IsKnownDirection(s.lDirection)) return;
+  const bool vertical = lumivex::IsVertical(s.lDirection);
+  std::int32_t& along = predicted[vertical ? 1 : 0];
+  const std::int64_t last = vertical ? s.lLastY : s.lLastX;
+  const std::int64_t behind = lumivex::IsForward(s.lDirection) ? last - along : along - last;
+  if (behind * 10 > std::int64_t{s.lMaxStep} * 6) along = static_cast<std::int32_t>(last);
+}
+
 bool ValidFrames(const ZMOSIMAGE* frame, const ZMOSIMAGE* track, const std::int32_t* offset,
                  const std::int32_t* status) {
   return frame != nullptr && track != nullptr && offset != nullptr && status != nullptr &&
@@ -187,28 +224,10 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
     return ZMOS_ERR_INVALID_PARAM;
   ZMOSFRAMESELECTOR& s = *hSelector;
   Accumulators& acc = s.travel;
-  const std::int32_t w = pTrackFrame->lWidth, h = pTrackFrame->lHeight;
+  const std::int32_t w = pTrackFrame->lWidth;
   const std::int32_t big_w = pFrame->lWidth, big_h = pFrame->lHeight;
   if (s.hTrackerRF == nullptr) {
-    const std::int32_t vertical = lumivex::IsVertical(s.lDirection) ? 1 : 0;
-    acc = Accumulators{};
-    s.lLastX = s.lLastY = 0;
-    if (const std::int32_t res =
-            ZMOSCreateVideoTrackerRF_PBM(&s.hTrackerRF, big_w, big_h, vertical, s.hMemMgr);
-        res != 0)
-      return res;
-    if (const std::int32_t res =
-            ZMOSCreateVideoTrackerFF_PBM(&s.hTrackerFF, w, h, vertical, s.hMemMgr);
-        res != 0)
-      return res;
-    // Reference limits: a fixed 80 across a horizontal sweep, not derived from the strip.
-    if (vertical) {
-      ZMOSSetMaxOffet_PBM(s.hTrackerRF, 46, s.lMaxStep + 4);
-      ZMOSSetMaxOffet_PBM(s.hTrackerFF, w / 30, h / 8);
-    } else {
-      ZMOSSetMaxOffet_PBM(s.hTrackerRF, 80, 46);
-      ZMOSSetMaxOffet_PBM(s.hTrackerFF, w / 6, h / 30);
-    }
+    if (const std::int32_t res = StartTrackers(s, *pFrame, *pTrackFrame); res != 0) return res;
   }
   s.lStatus = ZMOS_SELECT_NONE;
 
@@ -225,24 +244,7 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   const std::int32_t scale = big_w / w;
   predicted[0] = WrapMul(predicted[0], scale);
   predicted[1] = WrapMul(predicted[1], scale);
-  // A prediction far behind the last report along the sweep is not believed.
-  const std::int64_t limit = std::int64_t{s.lMaxStep} * 6;
-  switch (s.lDirection) {
-    case 0:
-      if ((std::int64_t{s.lLastX} - predicted[0]) * 10 > limit) predicted[0] = s.lLastX;
-      break;
-    case 1:
-      if ((std::int64_t{predicted[0]} - s.lLastX) * 10 > limit) predicted[0] = s.lLastX;
-      break;
-    case 2:
-      if ((std::int64_t{s.lLastY} - predicted[1]) * 10 > limit) predicted[1] = s.lLastY;
-      break;
-    case 3:
-      if ((std::int64_t{predicted[1]} - s.lLastY) * 10 > limit) predicted[1] = s.lLastY;
-      break;
-    default:
-      break;
-  }
+  DisbelieveFarBehind(s, predicted);
   // Frames between the trackers' reference and this one: the kept frame for the first
   // five after a keep, the previous frame after that.
   const bool vertical = lumivex::IsVertical(s.lDirection);

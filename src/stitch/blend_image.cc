@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "lumivex/stitch.h"
+#include "src/image/format.h"
 #include "src/stitch/blend_internal.h"
 
 namespace lumivex::stitch {
@@ -56,39 +57,9 @@ void BlendRow(std::uint8_t* k, const std::uint8_t* n, std::int32_t w, std::int64
   copy_from(s0 + averaged, std::int64_t{w} - seam - half);
 }
 
-std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incoming,
-                   const ZMOSRECT& rn, MHandle mem) {
-  InstallBuiltInTable();
-  const std::int32_t w = rk.lRight - rk.lLeft;
-  const std::int64_t h64 = std::int64_t{rk.lBottom} - rk.lTop;
-  const auto h = static_cast<std::int32_t>(std::clamp<std::int64_t>(h64, -1, INT32_MAX / 8));
-  // The straight seam is written for the kept image's full height: room for both.
-  const std::int32_t path_rows = std::max({h, kept.lHeight, 1});
-  auto* path = path_rows <= INT32_MAX / 4
-                   ? static_cast<std::int32_t*>(MMemAlloc(mem, path_rows * 4))
-                   : nullptr;
-  const std::int64_t map_bytes = std::int64_t{std::max(w, 1)} * std::max(h, 1);
-  auto* map = map_bytes <= INT32_MAX
-                  ? static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)))
-                  : nullptr;
-  auto finish = [&](std::int32_t res) {
-    MMemFree(mem, path);
-    MMemFree(mem, map);
-    return res;
-  };
-  // The endings that keep the path and map: in a work buffer they stay, the process heap
-  // gets them back.
-  auto abandon = [&](std::int32_t res) { return mem == nullptr ? finish(res) : res; };
-  if (path == nullptr || map == nullptr) return abandon(ZMOS_ERR_NO_MEMORY);
-  if (w < 1 || h < 1) return finish(ZMOS_OK);
-  if (w > g_BlendTableWidth + kSeamSearchMargin) {
-    ComputeLumaDiffMap(&kept, &incoming, &rk, &rn.lLeft, map);
-    if (const std::int32_t res = SearchSeamPath(path, map, w, h, mem); res != 0) return finish(res);
-  } else {
-    std::fill(path, path + path_rows, w / 2);
-  }
-  // Band half-width: as far as the seam stays from both sides, at most 256, down to a power
-  // of two.
+// Band half-width: as far as the seam stays from both sides, at most 256, down to a power
+// of two.
+std::int32_t BandHalfWidth(const std::int32_t* path, std::int32_t h, std::int32_t w) {
   const auto [min_p, max_p] = std::minmax_element(path, path + h);
   std::int32_t half = *min_p > 255 ? 256 : *min_p;
   half = std::min(half, w - 1 - *max_p);
@@ -97,88 +68,137 @@ std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incomin
     while ((2 << shift) <= half) ++shift;
     half = 1 << shift;
   }
+  return half;
+}
 
-  const std::uint32_t f = kept.dwFormat;
-  const bool packed = f >= ZMOS_FORMAT_YUV422_501 && f <= ZMOS_FORMAT_YUV422_504;
-  const bool planar = f >= ZMOS_FORMAT_I420 && f <= ZMOS_FORMAT_PLANAR444_608;
-  const bool semi = f >= ZMOS_FORMAT_SEMIPLANAR420_801 && f <= ZMOS_FORMAT_SEMIPLANAR422_803;
-  if (!packed && !planar && !semi) return abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
+// The two rectangles of one blend: `rk` in the kept image, `rn` in the incoming one, both
+// `w` x `h`.
+struct Overlap {
+  ZMOSIMAGE& kept;
+  const ZMOSRECT& rk;
+  const ZMOSIMAGE& incoming;
+  const ZMOSRECT& rn;
+  std::int32_t w, h;
+};
 
-  // Luminance: rows and samples that exist in both images. Packed rows take the chroma
-  // byte beside each copied luma byte (after it for 0x501/0x502, before it for 0x503/0x504).
-  const int luma_offset = f == ZMOS_FORMAT_YUV422_503 || f == ZMOS_FORMAT_YUV422_504 ? 1 : 0;
+// Luminance: rows and samples that exist in both images. Packed rows take the chroma byte
+// beside each copied luma byte (after it for 0x501/0x502, before it for 0x503/0x504).
+void BlendLuma(const Overlap& o, const std::int32_t* path, std::int32_t half) {
+  const std::uint32_t f = o.kept.dwFormat;
+  const bool packed = image::IsPacked422(f);
+  const int luma_offset = image::LumaSecond(f) ? 1 : 0;
+  if (luma_offset == 1 && o.w < g_BlendTableWidth) return;
   const int step = packed ? 2 : 1;
   const int chroma_beside = !packed ? 0 : luma_offset == 0 ? 1 : -1;
-  const PlaneView kl = ViewOf(kept, 0), nl = ViewOf(incoming, 0);
+  const PlaneView kl = ViewOf(o.kept, 0), nl = ViewOf(o.incoming, 0);
   // Samples i with bytes i*step + luma_offset and the chroma byte beside it in both rows.
   auto samples = [&](const PlaneView& v, std::int64_t left) {
     const std::int64_t bytes = v.row_bytes - left * step;
     return packed ? bytes / 2 : bytes;
   };
-  const std::int64_t limit = std::min(samples(kl, rk.lLeft), samples(nl, rn.lLeft));
-  const bool blend_luma = !(luma_offset == 1 && w < g_BlendTableWidth);
-  for (std::int32_t r = 0; r < h && blend_luma; ++r) {
-    const std::int64_t krow = std::int64_t{rk.lTop} + r, nrow = std::int64_t{rn.lTop} + r;
+  const std::int64_t limit = std::min(samples(kl, o.rk.lLeft), samples(nl, o.rn.lLeft));
+  for (std::int32_t r = 0; r < o.h; ++r) {
+    const std::int64_t krow = std::int64_t{o.rk.lTop} + r, nrow = std::int64_t{o.rn.lTop} + r;
     if (!kl.HasRow(krow) || !nl.HasRow(nrow)) continue;
-    BlendRow(kl.Row(krow) + std::int64_t{rk.lLeft} * step + luma_offset,
-             nl.Row(nrow) + std::int64_t{rn.lLeft} * step + luma_offset, w, limit, path[r], half,
-             step, chroma_beside);
+    BlendRow(kl.Row(krow) + std::int64_t{o.rk.lLeft} * step + luma_offset,
+             nl.Row(nrow) + std::int64_t{o.rn.lLeft} * step + luma_offset, o.w, limit, path[r],
+             half, step, chroma_beside);
   }
-  if (semi) {
-    const bool full_rows = f == ZMOS_FORMAT_SEMIPLANAR422_803;
-    const std::int32_t rows = full_rows ? h : h / 2;
-    if (full_rows)
-      for (std::int32_t i = 0; i < h / 2; ++i) path[i] = path[2 * i];
-    // Rows and columns that either chroma plane lacks (or a missing plane) are skipped.
-    const PlaneView kv = ViewOf(kept, 1), nv = ViewOf(incoming, 1);
-    for (std::int32_t r = 0; r < rows; ++r) {
-      const std::int32_t s = (full_rows ? path[r] : path[2 * r]) & ~1;
-      const std::int64_t krow = full_rows ? std::int64_t{rk.lTop} + r : rk.lTop / 2 + r;
-      const std::int64_t nrow = full_rows ? std::int64_t{rn.lTop} + r : rn.lTop / 2 + r;
-      if (!kv.HasRow(krow) || !nv.HasRow(nrow)) continue;
-      std::uint8_t* k = kv.Row(krow) + rk.lLeft;
-      const std::uint8_t* n = nv.Row(nrow) + rn.lLeft;
-      const std::int64_t end =
-          std::min<std::int64_t>({w, kv.row_bytes - rk.lLeft, nv.row_bytes - rn.lLeft});
-      for (std::int64_t i = std::max(s + 2, 0); i < end; ++i) k[i] = n[i];
-    }
+}
+
+// Semi-planar chroma: the incoming image's from two past the (even) seam on. Rows and
+// columns that either chroma plane lacks (or a missing plane) are skipped.
+void CopySemiPlanarChroma(const Overlap& o, std::int32_t* path) {
+  const bool full_rows = o.kept.dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803;
+  const std::int32_t rows = full_rows ? o.h : o.h / 2;
+  if (full_rows)
+    for (std::int32_t i = 0; i < o.h / 2; ++i) path[i] = path[2 * i];
+  const PlaneView kv = ViewOf(o.kept, 1), nv = ViewOf(o.incoming, 1);
+  for (std::int32_t r = 0; r < rows; ++r) {
+    const std::int32_t s = (full_rows ? path[r] : path[2 * r]) & ~1;
+    const std::int64_t krow = full_rows ? std::int64_t{o.rk.lTop} + r : o.rk.lTop / 2 + r;
+    const std::int64_t nrow = full_rows ? std::int64_t{o.rn.lTop} + r : o.rn.lTop / 2 + r;
+    if (!kv.HasRow(krow) || !nv.HasRow(nrow)) continue;
+    std::uint8_t* k = kv.Row(krow) + o.rk.lLeft;
+    const std::uint8_t* n = nv.Row(nrow) + o.rn.lLeft;
+    const std::int64_t end =
+        std::min<std::int64_t>({o.w, kv.row_bytes - o.rk.lLeft, nv.row_bytes - o.rn.lLeft});
+    for (std::int64_t i = std::max(s + 2, 0); i < end; ++i) k[i] = n[i];
   }
-  if (planar) {
-    // The chroma geometry is judged after the luminance was blended.
-    const std::uint32_t kind =
-        (f - ZMOS_FORMAT_I420) % 4;  // 0: 4:2:0, 1: half rows, 2: half columns, 3: full
-    const bool half_cols = kind == 0 || kind == 2;
-    const std::int32_t cw = half_cols ? (w + 1) >> 1 : w;
-    const std::int32_t ch = kind == 0 ? h / 2 : kind == 1 ? (h + 1) / 2 : h;
-    std::int32_t kw = 0, kh = 0;
-    if (half_cols) {
-      while ((std::int64_t{cw} << kw) < w) ++kw;
-      if ((std::int64_t{cw} << kw) != w) return abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
-    }
-    if (ch >= 1) {
-      while ((std::int64_t{ch} << kh) < h) ++kh;
-      if ((std::int64_t{ch} << kh) != h) return abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
-    }
-    if (ch < 1) return finish(ZMOS_OK);
-    for (std::int32_t i = 0; i < h; ++i) path[i] >>= kw;
-    if (kh > 0)
-      for (std::int32_t i = 0; i < ch; ++i) path[i] = path[i << kh];
-    for (int p = 1; p <= 2; ++p) {
-      // The chroma origin halves the rectangle's left and top for every planar format; with
-      // an odd top (or full-size chroma) that origin can run off the plane, so each byte is
-      // placed by its offset and only bytes inside both planes' samples are copied.
-      const PlaneView kv = ViewOf(kept, p), nv = ViewOf(incoming, p);
-      const std::int64_t kbase = rk.lLeft / 2 + (std::int64_t{kv.pitch} * rk.lTop) / 2;
-      const std::int64_t nbase = rn.lLeft / 2 + (std::int64_t{nv.pitch} * rn.lTop) / 2;
-      for (std::int32_t r = 0; r < ch; ++r)
-        for (std::int64_t i = std::max(path[r] + 1, 0); i < cw; ++i) {
-          const std::uint8_t* from = nv.At(nbase + r * nv.pitch + i);
-          const std::uint8_t* to = kv.At(kbase + r * kv.pitch + i);
-          if (from != nullptr && to != nullptr) *const_cast<std::uint8_t*>(to) = *from;
-        }
-    }
+}
+
+// Planar chroma: the incoming image's from one past the seam on, the seam scaled to the
+// chroma grid. Unsupported when the overlap does not halve evenly onto that grid. The
+// chroma geometry is judged after the luminance was blended.
+std::int32_t CopyPlanarChroma(const Overlap& o, std::int32_t* path) {
+  const std::int32_t w = o.w, h = o.h;
+  const std::uint32_t kind =
+      (o.kept.dwFormat - ZMOS_FORMAT_I420) % 4;  // 0: 4:2:0, 1: half rows, 2: half columns, 3: full
+  const bool half_cols = kind == 0 || kind == 2;
+  const std::int32_t cw = half_cols ? (w + 1) >> 1 : w;
+  const std::int32_t ch = kind == 0 ? h / 2 : kind == 1 ? (h + 1) / 2 : h;
+  std::int32_t kw = 0, kh = 0;
+  if (half_cols) {
+    while ((std::int64_t{cw} << kw) < w) ++kw;
+    if ((std::int64_t{cw} << kw) != w) return ZMOS_ERR_UNSUPPORTED_FORMAT;
   }
-  return finish(ZMOS_OK);
+  if (ch >= 1) {
+    while ((std::int64_t{ch} << kh) < h) ++kh;
+    if ((std::int64_t{ch} << kh) != h) return ZMOS_ERR_UNSUPPORTED_FORMAT;
+  }
+  if (ch < 1) return ZMOS_OK;
+  for (std::int32_t i = 0; i < h; ++i) path[i] >>= kw;
+  if (kh > 0)
+    for (std::int32_t i = 0; i < ch; ++i) path[i] = path[i << kh];
+  for (int p = 1; p <= 2; ++p) {
+    // The chroma origin halves the rectangle's left and top for every planar format; with
+    // an odd top (or full-size chroma) that origin can run off the plane, so each byte is
+    // placed by its offset and only bytes inside both planes' samples are copied.
+    const PlaneView kv = ViewOf(o.kept, p), nv = ViewOf(o.incoming, p);
+    const std::int64_t kbase = o.rk.lLeft / 2 + (std::int64_t{kv.pitch} * o.rk.lTop) / 2;
+    const std::int64_t nbase = o.rn.lLeft / 2 + (std::int64_t{nv.pitch} * o.rn.lTop) / 2;
+    for (std::int32_t r = 0; r < ch; ++r)
+      for (std::int64_t i = std::max(path[r] + 1, 0); i < cw; ++i) {
+        const std::uint8_t* from = nv.At(nbase + r * nv.pitch + i);
+        if (std::uint8_t* to = kv.At(kbase + r * kv.pitch + i); from != nullptr && to != nullptr)
+          *to = *from;
+      }
+  }
+  return ZMOS_OK;
+}
+
+std::int32_t Blend(ZMOSIMAGE& kept, const ZMOSRECT& rk, const ZMOSIMAGE& incoming,
+                   const ZMOSRECT& rn, MHandle mem) {
+  InstallBuiltInTable();
+  const std::int32_t w = rk.lRight - rk.lLeft;
+  const std::int64_t h64 = std::int64_t{rk.lBottom} - rk.lTop;
+  const auto h = static_cast<std::int32_t>(std::clamp<std::int64_t>(h64, -1, INT32_MAX / 8));
+  // The straight seam is written for the kept image's full height: room for both.
+  const std::int32_t path_rows = std::max({h, kept.lHeight, 1});
+  BlendWork work(mem, path_rows, std::int64_t{std::max(w, 1)} * std::max(h, 1),
+                 BlendWork::kEachAlone);
+  std::int32_t* const path = work.path;
+  if (!work.ok()) return work.Abandon(ZMOS_ERR_NO_MEMORY);
+  if (w < 1 || h < 1) return work.Free(ZMOS_OK);
+  if (w > g_BlendTableWidth + kSeamSearchMargin) {
+    ComputeLumaDiffMap(&kept, &incoming, &rk, &rn.lLeft, work.map);
+    if (const std::int32_t res = SearchSeamPath(path, work.map, w, h, mem); res != 0)
+      return work.Free(res);
+  } else {
+    std::fill(path, path + path_rows, w / 2);
+  }
+  const std::int32_t half = BandHalfWidth(path, h, w);
+  const std::uint32_t f = kept.dwFormat;
+  if (!image::IsPacked422(f) && !image::IsPlanarYuv(f) && !image::IsSemiPlanar(f))
+    return work.Abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
+  const Overlap o{kept, rk, incoming, rn, w, h};
+  BlendLuma(o, path, half);
+  if (image::IsSemiPlanar(f)) CopySemiPlanarChroma(o, path);
+  if (image::IsPlanarYuv(f)) {
+    if (const std::int32_t res = CopyPlanarChroma(o, path); res != ZMOS_OK)
+      return work.Abandon(res);
+  }
+  return work.Free(ZMOS_OK);
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ struct PlaneView {
   bool HasRow(std::int64_t r) const { return r >= 0 && r < rows; }
   std::uint8_t* Row(std::int64_t r) const { return base + r * pitch; }
   // The byte at `offset` from the plane start, or null outside the plane's samples.
-  const std::uint8_t* At(std::int64_t offset) const;
+  std::uint8_t* At(std::int64_t offset) const;
 };
 
 // Plane `p` of an image of a supported format (empty view otherwise).
@@ -129,16 +129,22 @@ bool ValidBlendArguments(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSI
 bool StepRectFits(const ZMOSIMAGE& first, const ZMOSRECT* r1);
 
 // Work memory of one blend: the seam path and the difference map. `Finish` gives both
-// back and releases the blend table on success only; `Abandon` is for the endings that
+// back and releases the blend table on success only (`Free` only gives them back); `Abandon` is for the endings that
 // free nothing (failed allocation, unknown format, failed chroma step of a top-to-bottom
 // blend): the blocks stay in a work buffer like the table stays installed, and only the
 // process heap gets them back, where they would leak for good.
 class BlendWork {
  public:
-  BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes);
+  // kBothOrNone takes neither block when either size is out of range; kEachAlone takes each
+  // block whose own size is in range (the blend image's way).
+  enum Sizing { kBothOrNone, kEachAlone };
+  BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes,
+            Sizing sizing = kBothOrNone);
   bool ok() const { return path != nullptr && map != nullptr; }
   std::int32_t Finish(std::int32_t res);
   std::int32_t Abandon(std::int32_t res);
+  // Gives both blocks back and leaves the blend table alone.
+  std::int32_t Free(std::int32_t res);
 
   std::int32_t* path = nullptr;
   std::uint8_t* map = nullptr;

@@ -72,7 +72,7 @@ FadeWeights::FadeWeights(const std::int32_t* t, std::int32_t w, bool pairs) {
   ok = true;
 }
 
-const std::uint8_t* PlaneView::At(std::int64_t offset) const {
+std::uint8_t* PlaneView::At(std::int64_t offset) const {
   if (base == nullptr || pitch <= 0 || offset < 0) return nullptr;
   const std::int64_t row = offset / pitch, col = offset % pitch;
   return (row < rows && col < row_bytes) ? base + offset : nullptr;
@@ -163,11 +163,14 @@ bool StepRectFits(const ZMOSIMAGE& first, const ZMOSRECT* r1) {
                            r1->lRight <= first.lWidth && r1->lTop <= r1->lBottom);
 }
 
-BlendWork::BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes) : mem_(mem) {
-  if (path_entries < 0 || path_entries >= INT32_MAX / 4 || map_bytes < 0 || map_bytes > INT32_MAX)
-    return;
-  path = static_cast<std::int32_t*>(MMemAlloc(mem, path_entries * 4));
-  map = static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)));
+BlendWork::BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes,
+                     Sizing sizing)
+    : mem_(mem) {
+  const bool path_fits = path_entries >= 0 && path_entries <= INT32_MAX / 4;
+  const bool map_fits = map_bytes >= 0 && map_bytes <= INT32_MAX;
+  if (sizing == kBothOrNone && (!path_fits || path_entries == INT32_MAX / 4 || !map_fits)) return;
+  if (path_fits) path = static_cast<std::int32_t*>(MMemAlloc(mem, path_entries * 4));
+  if (map_fits) map = static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)));
 }
 
 std::int32_t BlendWork::Abandon(std::int32_t res) {
@@ -180,11 +183,16 @@ std::int32_t BlendWork::Abandon(std::int32_t res) {
   return res;
 }
 
-std::int32_t BlendWork::Finish(std::int32_t res) {
+std::int32_t BlendWork::Free(std::int32_t res) {
   MMemFree(mem_, path);
   MMemFree(mem_, map);
   path = nullptr;
   map = nullptr;
+  return res;
+}
+
+std::int32_t BlendWork::Finish(std::int32_t res) {
+  Free(res);
   if (res == 0) ZMOSReleaseBlendTable();
   return res;
 }

@@ -436,6 +436,118 @@ const std::uint32_t* lumivex::track::SharedColumnSums(const ZMOSVideoTracker* ff
   return nullptr;
 }
 
+namespace {
+
+using lumivex::track::BandTexture;
+using lumivex::track::BandTextureTable;
+
+// Horizontal sweep, along: each horizontal band's column sums matched against the
+// reference's, around the last report when the bands are textured, else around the
+// prediction. `hori_sums` stands in for band 0's sums when given.
+std::int32_t MatchAlongHorizontal(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
+                                  std::int32_t predicted_dx, const std::int32_t* plLast,
+                                  const lumivex::Policy& policy, const std::uint32_t* hori_sums) {
+  const BandTextureTable& bt = BandTexture();
+  const bool textured = bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] > 96;
+  if (textured && plLast == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+    const ZMOSRECT& r = t->pHoriRects[i];
+    const std::int32_t w = r.lRight - r.lLeft;
+    if (i == 0 && hori_sums != nullptr) {
+      std::copy(hori_sums, hori_sums + w, t->ppCurHori[0]);
+    } else if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) {
+      return res;
+    }
+    std::int32_t off = predicted_dx;
+    const std::uint32_t* cur = t->ppCurHori[i];
+    if (textured) {
+      // Narrow the search around the last reported offset as the sweep speeds up.
+      off = plLast[0];
+      const std::int32_t speed = WrapAbs(off);
+      const std::int32_t range = speed > 90   ? 10
+                                 : speed > 80 ? 20
+                                 : speed > 60 ? 30
+                                              : t->lMaxOffsetX;
+      if (Direct(t, t->ppPrevHori[i], cur, w, &off, range) != 0) {
+        t->plHoriResult[i] = predicted_dx;
+        continue;
+      }
+      cur = MatchAgainAtReferenceExposure(policy, t, t->ppPrevHori[i], cur, w, &off);
+    } else {
+      cur = AtReferenceExposure(policy, t, t->ppPrevHori[i], cur, w, off);
+    }
+    t->plHoriResult[i] = WrapAdd(off, Refine(t, t->ppPrevHori[i], cur, w, off));
+  }
+  return ZMOS_OK;
+}
+
+// Horizontal sweep, across: each vertical band's row sums, compensated for the travel
+// `dx` along, matched against the reference's.
+std::int32_t MatchAcrossHorizontal(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage, std::int32_t dx,
+                                   std::int32_t predicted_dy, const lumivex::Policy& policy) {
+  for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+    const ZMOSRECT& r = t->pVertRects[j];
+    if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
+    const std::uint32_t* signal = nullptr;
+    if (const std::int32_t res = MovedProjection(t, pImage, r, dx, true, t->ppCurVert[j], &signal,
+                                                 policy.MinCompensatedShift());
+        res != 0)
+      return res;
+    std::int32_t dy = 0;
+    const std::int32_t len = r.lBottom - r.lTop;
+    const std::int32_t res = Direct(t, t->ppPrevVert[j], signal, len, &dy, t->lMaxOffsetY);
+    if (res == 0) MatchAgainAtReferenceExposure(policy, t, t->ppPrevVert[j], signal, len, &dy);
+    t->bReprojectVert = 0;
+    t->plVertResult[j] = res == 0 ? dy : predicted_dy;
+  }
+  return ZMOS_OK;
+}
+
+// Vertical sweep, along: each vertical band's row sums matched against the reference's,
+// unless every band is flat, when the prediction stands.
+std::int32_t MatchAlongVertical(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
+                                std::int32_t predicted_dy, const lumivex::Policy& policy) {
+  const BandTextureTable& bt = BandTexture();
+  const bool flat = bt.cur_vert[0] < 40 && bt.cur_vert[1] < 40 && bt.cur_vert[2] < 40;
+  for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+    const ZMOSRECT& r = t->pVertRects[j];
+    if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
+    std::int32_t dy = 0;
+    const std::int32_t len = r.lBottom - r.lTop;
+    const bool ok =
+        !flat && Direct(t, t->ppPrevVert[j], t->ppCurVert[j], len, &dy, t->lMaxOffsetY) == 0;
+    if (ok) MatchAgainAtReferenceExposure(policy, t, t->ppPrevVert[j], t->ppCurVert[j], len, &dy);
+    t->plVertResult[j] = ok ? dy : predicted_dy;
+  }
+  return ZMOS_OK;
+}
+
+// Vertical sweep, across: each horizontal band's column sums, compensated for the travel
+// along, matched against the reference's.
+std::int32_t MatchAcrossVertical(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
+                                 std::int32_t predicted_dx, const lumivex::Policy& policy) {
+  std::int32_t dy = t->plVertResult[0];
+  if (dy > 10 || dy < -10) dy &= ~1;  // strips of whole row pairs
+  for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+    const ZMOSRECT& r = t->pHoriRects[i];
+    if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
+    const std::uint32_t* signal = nullptr;
+    if (const std::int32_t res = MovedProjection(t, pImage, r, dy, false, t->ppCurHori[i],
+                                                 &signal, policy.MinCompensatedShift());
+        res != 0)
+      return res;
+    std::int32_t dx = predicted_dx;
+    const std::int32_t len = r.lRight - r.lLeft;
+    const std::int32_t res = Direct(t, t->ppPrevHori[i], signal, len, &dx, t->lMaxOffsetX);
+    if (res == 0) MatchAgainAtReferenceExposure(policy, t, t->ppPrevHori[i], signal, len, &dx);
+    t->bReprojectHori = 0;
+    t->plHoriResult[i] = res == 0 ? dx : predicted_dx;
+  }
+  return ZMOS_OK;
+}
+
+}  // namespace
+
 std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
                                    std::int32_t* plOffsets, const std::int32_t* plLast,
                                    const Policy& policy, const std::uint32_t* hori_sums) {
@@ -444,84 +556,20 @@ std::int32_t lumivex::track::RunRF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
   // The prediction is read from the offsets; the last report only by a textured mode-0 run.
   if (plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
   const std::int32_t predicted_dx = plOffsets[0], predicted_dy = plOffsets[1];
-  const BandTextureTable& bt = BandTexture();
-
   if (t->lMode == 0) {
-    const bool textured = bt.cur_hori[0] + bt.cur_hori[1] + bt.cur_hori[2] > 96;
-    if (textured && plLast == nullptr) return ZMOS_ERR_INVALID_PARAM;
-    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
-      const ZMOSRECT& r = t->pHoriRects[i];
-      const std::int32_t w = r.lRight - r.lLeft;
-      if (i == 0 && hori_sums != nullptr) {
-        std::copy(hori_sums, hori_sums + w, t->ppCurHori[0]);
-      } else if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) {
-        return res;
-      }
-      std::int32_t off = predicted_dx;
-      const std::uint32_t* cur = t->ppCurHori[i];
-      if (textured) {
-        // Narrow the search around the last reported offset as the sweep speeds up.
-        off = plLast[0];
-        const std::int32_t speed = WrapAbs(off);
-        const std::int32_t range = speed > 90   ? 10
-                                   : speed > 80 ? 20
-                                   : speed > 60 ? 30
-                                                : t->lMaxOffsetX;
-        if (Direct(t, t->ppPrevHori[i], cur, w, &off, range) != 0) {
-          t->plHoriResult[i] = predicted_dx;
-          continue;
-        }
-        cur = MatchAgainAtReferenceExposure(policy, t, t->ppPrevHori[i], cur, w, &off);
-      } else {
-        cur = AtReferenceExposure(policy, t, t->ppPrevHori[i], cur, w, off);
-      }
-      t->plHoriResult[i] = WrapAdd(off, Refine(t, t->ppPrevHori[i], cur, w, off));
-    }
-    const std::int32_t dx = t->plHoriResult[0];
-    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
-      const ZMOSRECT& r = t->pVertRects[j];
-      if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
-      const std::uint32_t* signal = nullptr;
-      if (const std::int32_t res = MovedProjection(t, pImage, r, dx, true, t->ppCurVert[j], &signal,
-                                                   policy.MinCompensatedShift());
-          res != 0)
-        return res;
-      std::int32_t dy = 0;
-      const std::int32_t len = r.lBottom - r.lTop;
-      const std::int32_t res = Direct(t, t->ppPrevVert[j], signal, len, &dy, t->lMaxOffsetY);
-      if (res == 0) MatchAgainAtReferenceExposure(policy, t, t->ppPrevVert[j], signal, len, &dy);
-      t->bReprojectVert = 0;
-      t->plVertResult[j] = res == 0 ? dy : predicted_dy;
-    }
+    if (const std::int32_t res =
+            MatchAlongHorizontal(t, pImage, predicted_dx, plLast, policy, hori_sums);
+        res != 0)
+      return res;
+    if (const std::int32_t res =
+            MatchAcrossHorizontal(t, pImage, t->plHoriResult[0], predicted_dy, policy);
+        res != 0)
+      return res;
   } else {
-    const bool flat = bt.cur_vert[0] < 40 && bt.cur_vert[1] < 40 && bt.cur_vert[2] < 40;
-    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
-      const ZMOSRECT& r = t->pVertRects[j];
-      if (const std::int32_t res = ProjectV(pImage, r, t->ppCurVert[j]); res != 0) return res;
-      std::int32_t dy = 0;
-      const std::int32_t len = r.lBottom - r.lTop;
-      const bool ok =
-          !flat && Direct(t, t->ppPrevVert[j], t->ppCurVert[j], len, &dy, t->lMaxOffsetY) == 0;
-      if (ok) MatchAgainAtReferenceExposure(policy, t, t->ppPrevVert[j], t->ppCurVert[j], len, &dy);
-      t->plVertResult[j] = ok ? dy : predicted_dy;
-    }
-    std::int32_t dy = t->plVertResult[0];
-    if (dy > 10 || dy < -10) dy &= ~1;  // strips of whole row pairs
-    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
-      const ZMOSRECT& r = t->pHoriRects[i];
-      if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
-      const std::uint32_t* signal = nullptr;
-      if (const std::int32_t res = MovedProjection(t, pImage, r, dy, false, t->ppCurHori[i],
-                                                   &signal, policy.MinCompensatedShift());
-          res != 0)
-        return res;
-      std::int32_t dx = predicted_dx;
-      const std::int32_t len = r.lRight - r.lLeft;
-      const std::int32_t res = Direct(t, t->ppPrevHori[i], signal, len, &dx, t->lMaxOffsetX);
-      if (res == 0) MatchAgainAtReferenceExposure(policy, t, t->ppPrevHori[i], signal, len, &dx);
-      t->bReprojectHori = 0;
-      t->plHoriResult[i] = res == 0 ? dx : predicted_dx;
-    }
+    if (const std::int32_t res = MatchAlongVertical(t, pImage, predicted_dy, policy); res != 0)
+      return res;
+    if (const std::int32_t res = MatchAcrossVertical(t, pImage, predicted_dx, policy); res != 0)
+      return res;
   }
   return Report(t, plOffsets);
 }
