@@ -250,39 +250,124 @@ double BestShift(const LumaView& small, const LumaView& big, int x, int y, int r
   return best;
 }
 
-std::vector<Score> RunCameraScenario(const Rgb& photo, const std::string& photo_name,
-                                     const CameraCase& c,
-                                     const std::vector<std::int32_t>& profiles) {
-  CameraSim sim(photo, c.sim);
+// Which frame pairs' image-based truth has been worked out, by (earlier, later) frame.
+using ImageTruth = std::map<std::pair<int, int>, std::pair<int, int>>;
+
+// Every laid pair of a capture against the truth: the simulator's travel between the two
+// frames and, as a clip is judged without a simulator, the best whole-pixel translation
+// of the central half of the two frames.
+void ScorePairs(const std::vector<Laid>& laid, const CameraSim& sim,
+                const std::vector<std::vector<std::uint8_t>>& lumas, const CameraSimOptions& o,
+                ImageTruth* image_truth, Score* s) {
+  const bool horizontal = o.direction < 2;
+  int within1 = 0, exact = 0, image_within1 = 0, image_exact = 0;
+  double err_sum = 0, ax = 0, ay = 0;  // ax, ay: accumulated errors, for the chart
+  for (std::size_t k = 1; k < laid.size(); ++k) {
+    const std::vector<std::uint8_t>& later = lumas[static_cast<std::size_t>(laid[k].frame)];
+    // A seam on sky or a plain wall shows no misplacement, and none can be measured.
+    if (SeamDetail(later, o.width, o.height, horizontal) < kMeasurableDetail) {
+      ++s->plain_pairs;
+      continue;
+    }
+    ++s->pairs;
+    const double step_x = laid[k].x - laid[k - 1].x, step_y = laid[k].y - laid[k - 1].y;
+    const auto truth_step = sim.SeamTravel(laid[k - 1].frame, laid[k].frame);
+    const double ex = step_x - truth_step[0], ey = step_y - truth_step[1];
+    const double e = std::max(std::abs(ex), std::abs(ey));
+    within1 += e <= 1.0;
+    exact += e <= 0.5;
+    err_sum += e;
+    s->pair_err_max = std::max(s->pair_err_max, e);
+    const auto key = std::make_pair(laid[k - 1].frame, laid[k].frame);
+    auto it = image_truth->find(key);
+    if (it == image_truth->end())
+      it = image_truth
+               ->emplace(key, BestTranslation(lumas[static_cast<std::size_t>(key.first)], later,
+                                              o.width, o.height, truth_step))
+               .first;
+    const auto [image_x, image_y] = it->second;
+    const double ie = std::max(std::abs(step_x - image_x), std::abs(step_y - image_y));
+    s->pair_records.push_back(PairRecord{key.first, key.second, step_x, step_y, truth_step[0],
+                                         truth_step[1], image_x, image_y});
+    image_within1 += ie <= 1;
+    image_exact += ie == 0;
+    s->image_err_max = std::max(s->image_err_max, ie);
+    ax += ex;
+    ay += ey;
+    s->error_along.push_back(horizontal ? ax : ay);
+    s->error_across.push_back(horizontal ? ay : ax);
+    s->track_max = std::max(s->track_max, std::hypot(ax, ay));
+  }
+  if (s->pairs > 0) {
+    s->image_within1 = static_cast<double>(image_within1) / s->pairs;
+    s->image_exact = static_cast<double>(image_exact) / s->pairs;
+    s->pairs_within1 = static_cast<double>(within1) / s->pairs;
+    s->pairs_exact = static_cast<double>(exact) / s->pairs;
+    s->track_mean = err_sum / s->pairs;
+  }
+}
+
+// A whole panorama's brightness, clipped white and fidelity to the truth panorama.
+void ScorePanorama(const Capture& cap, const TruthPanorama& truth, const CameraSimOptions& o,
+                   Score* s) {
+  const Yuv420& pano = cap.panorama();
+  if (cap.narrow() || pano.width() == 0) return;
+  double sum = 0;
+  std::size_t white = 0;
+  for (std::size_t k = 0; k < pano.luma_size(); ++k) {
+    sum += pano.y()[k];
+    white += pano.y()[k] >= 250;
+  }
+  s->mean_luma = sum / static_cast<double>(pano.luma_size());
+  s->clipped = static_cast<double>(white) / static_cast<double>(pano.luma_size());
+  const PanoScore ps = ScoreAgainstTruth(pano, truth, o.direction, o.width, o.height, cap.Seams());
+  s->psnr = ps.psnr;
+  s->seam_mis_mean = ps.seam_mean;
+  s->seam_mis_max = ps.seam_max;
+  s->seams_measured = ps.seams;
+  s->exposure_step = ps.step;
+}
+
+// Feeds the simulated sweep (through the codec when asked) to every capture until all
+// have stopped or the sweep ends; every frame's luma is kept for the image truth.
+std::vector<std::vector<std::uint8_t>> FeedSweep(CameraSim& sim, const CameraCase& c,
+                                                 std::vector<std::unique_ptr<Capture>>& captures) {
   const CameraSimOptions& o = c.sim;
   H264RoundTrip codec;
   std::string error;
   const bool coded = c.codec && codec.Open(o.width, o.height, o.fps, kPhoneBitsPerPixel, &error);
-  std::vector<std::unique_ptr<Capture>> captures;
   std::vector<bool> running;
-  for (std::int32_t profile : profiles) {
-    CaptureOptions options{"", false, false};
-    options.profile = profile;
-    captures.push_back(std::make_unique<Capture>(o.width, o.height, o.format, options));
-    running.push_back(captures.back()->init_result() == 0);
-  }
+  for (const auto& cap : captures) running.push_back(cap->init_result() == 0);
   Yuv420 frame;
-  std::vector<std::vector<std::uint8_t>> lumas;  // every frame's, for the image truth
+  std::vector<std::vector<std::uint8_t>> lumas;
   while (std::find(running.begin(), running.end(), true) != running.end() && sim.Next(&frame)) {
     if (coded && !codec.Process(&frame, &error)) break;
     lumas.emplace_back(frame.y(), frame.y() + frame.luma_size());
     for (std::size_t i = 0; i < captures.size(); ++i)
       if (running[i]) running[i] = captures[i]->Feed(frame);
   }
-  const int used = sim.rendered();
-  const TruthPanorama truth = sim.Panorama(used - 1);
+  return lumas;
+}
+
+std::vector<Score> RunCameraScenario(const Rgb& photo, const std::string& photo_name,
+                                     const CameraCase& c,
+                                     const std::vector<std::int32_t>& profiles) {
+  CameraSim sim(photo, c.sim);
+  const CameraSimOptions& o = c.sim;
+  std::vector<std::unique_ptr<Capture>> captures;
+  for (std::int32_t profile : profiles) {
+    CaptureOptions options{"", false, false};
+    options.profile = profile;
+    captures.push_back(std::make_unique<Capture>(o.width, o.height, o.format, options));
+  }
+  const std::vector<std::vector<std::uint8_t>> lumas = FeedSweep(sim, c, captures);
+  const TruthPanorama truth = sim.Panorama(sim.rendered() - 1);
   double ev_lo = 0, ev_hi = 0;
   for (const CameraFrameTruth& t : sim.truth()) {
     ev_lo = std::min(ev_lo, t.ev);
     ev_hi = std::max(ev_hi, t.ev);
   }
-
-  std::map<std::pair<int, int>, std::pair<int, int>> image_truth;
+  ImageTruth image_truth;
   std::vector<Score> scores;
   for (std::size_t i = 0; i < captures.size(); ++i) {
     Capture& cap = *captures[i];
@@ -296,86 +381,14 @@ std::vector<Score> RunCameraScenario(const Rgb& photo, const std::string& photo_
     RecordOutcome(cap, &s);
     s.ev_range = ev_hi - ev_lo;
     if (cap.panorama().width() > 0) {
+      std::string error;
       ZMOSIMAGE pano = const_cast<Yuv420&>(cap.panorama()).Image();
       EncodeJpeg(Shrink(ImageToRgb(pano), 480), 85, &s.thumbnail, &error);
     }
-    // Every laid pair against the truth.
     const std::vector<Laid> laid = LaidFrames(cap, profiles[i]);
-    int within1 = 0, exact = 0;
-    double err_sum = 0;
     s.first_frame = laid.empty() ? 0 : laid.front().frame;
-    double ax = 0, ay = 0;  // accumulated errors, for the chart
-    int image_within1 = 0, image_exact = 0;
-    int measured = 0;
-    for (std::size_t k = 1; k < laid.size(); ++k) {
-      // A seam on sky or a plain wall shows no misplacement, and none can be measured.
-      if (SeamDetail(lumas[static_cast<std::size_t>(laid[k].frame)], o.width, o.height,
-                     o.direction < 2) < kMeasurableDetail) {
-        ++s.plain_pairs;
-        continue;
-      }
-      ++measured;
-      const auto truth_step = sim.SeamTravel(laid[k - 1].frame, laid[k].frame);
-      const double ex = (laid[k].x - laid[k - 1].x) - truth_step[0];
-      const double ey = (laid[k].y - laid[k - 1].y) - truth_step[1];
-      const double e = std::max(std::abs(ex), std::abs(ey));
-      within1 += e <= 1.0;
-      exact += e <= 0.5;
-      err_sum += e;
-      s.pair_err_max = std::max(s.pair_err_max, e);
-      // As a clip is judged without a simulator: the best whole-pixel translation of the
-      // central half of the two frames.
-      const auto key = std::make_pair(laid[k - 1].frame, laid[k].frame);
-      auto it = image_truth.find(key);
-      if (it == image_truth.end())
-        it = image_truth
-                 .emplace(key, BestTranslation(lumas[static_cast<std::size_t>(key.first)],
-                                               lumas[static_cast<std::size_t>(key.second)],
-                                               o.width, o.height, truth_step))
-                 .first;
-      const double ix = (laid[k].x - laid[k - 1].x) - it->second.first;
-      const double iy = (laid[k].y - laid[k - 1].y) - it->second.second;
-      const double ie = std::max(std::abs(ix), std::abs(iy));
-      s.pair_records.push_back(PairRecord{laid[k - 1].frame, laid[k].frame,
-                                          laid[k].x - laid[k - 1].x, laid[k].y - laid[k - 1].y,
-                                          truth_step[0], truth_step[1], it->second.first,
-                                          it->second.second});
-      image_within1 += ie <= 1;
-      image_exact += ie == 0;
-      s.image_err_max = std::max(s.image_err_max, ie);
-      ax += ex;
-      ay += ey;
-      const bool horizontal = o.direction < 2;
-      s.error_along.push_back(horizontal ? ax : ay);
-      s.error_across.push_back(horizontal ? ay : ax);
-      s.track_max = std::max(s.track_max, std::hypot(ax, ay));
-    }
-    s.pairs = measured;
-    if (s.pairs > 0) {
-      s.image_within1 = static_cast<double>(image_within1) / s.pairs;
-      s.image_exact = static_cast<double>(image_exact) / s.pairs;
-      s.pairs_within1 = static_cast<double>(within1) / s.pairs;
-      s.pairs_exact = static_cast<double>(exact) / s.pairs;
-      s.track_mean = err_sum / s.pairs;
-    }
-    const Yuv420& pano = cap.panorama();
-    if (!cap.narrow() && pano.width() > 0) {
-      double sum = 0;
-      std::size_t white = 0;
-      for (std::size_t k = 0; k < pano.luma_size(); ++k) {
-        sum += pano.y()[k];
-        white += pano.y()[k] >= 250;
-      }
-      s.mean_luma = sum / static_cast<double>(pano.luma_size());
-      s.clipped = static_cast<double>(white) / static_cast<double>(pano.luma_size());
-      const PanoScore ps =
-          ScoreAgainstTruth(pano, truth, o.direction, o.width, o.height, cap.Seams());
-      s.psnr = ps.psnr;
-      s.seam_mis_mean = ps.seam_mean;
-      s.seam_mis_max = ps.seam_max;
-      s.seams_measured = ps.seams;
-      s.exposure_step = ps.step;
-    }
+    ScorePairs(laid, sim, lumas, o, &image_truth, &s);
+    ScorePanorama(cap, truth, o, &s);
     s.verdict = s.complete ? (BadCompletion(s).empty() ? "good" : BadCompletion(s)) : "";
     scores.push_back(std::move(s));
   }

@@ -23,6 +23,8 @@ constexpr double kFullWell = 5000, kReadNoise = 2.5;
 constexpr double kTargetLuma = 112, kLoopRate = 0.35, kDeadBand = 0.04;
 // Path samples a second.
 constexpr double kPathRate = 1000;
+// The hand holds still this long (s) before the sweep, which takes this long to reach speed.
+constexpr double kStill = 0.3, kRamp = 0.4;
 
 double Smoothstep(double x) {
   x = std::clamp(x, 0.0, 1.0);
@@ -198,22 +200,11 @@ bool ParseLight(const std::string& text, double* light) {
   return true;
 }
 
-CameraSim::CameraSim(const Rgb& photo, const CameraSimOptions& options) : options_(options) {
-  scene_ = new Scene;
+// Linear light; near-white parts of the photograph stand for brighter things (sun on
+// water, a bright sky) that the photograph's own camera compressed into white. Reduced to
+// about one scene pixel a camera pixel.
+void CameraSim::LoadScene(const Rgb& photo) {
   Scene& sc = *scene_;
-  sc.projection = options_.projection;
-  sc.hfov = std::clamp(options_.pano_hfov, 1.0, 360.0) * kRad;
-  sc.vfov = std::clamp(options_.pano_vfov, 1.0, 180.0) * kRad;
-  sc.wrap = options_.pano_hfov >= 360;
-  sc.photo_w = photo.width;
-  sc.photo_h = photo.height;
-
-  // The camera: a pinhole whose long side spans the field of view.
-  const int w = options_.width, h = options_.height;
-  focal_ = std::max(w, h) / 2.0 / std::tan(std::clamp(options_.fov, 10.0, 150.0) * kRad / 2);
-
-  // Linear light; near-white parts of the photograph stand for brighter things (sun on
-  // water, a bright sky) that the photograph's own camera compressed into white.
   float lut[256];
   for (int i = 0; i < 256; ++i) lut[i] = static_cast<float>(SrgbToLinear(i / 255.0));
   std::vector<float> linear(static_cast<std::size_t>(photo.width) * photo.height * 3);
@@ -249,22 +240,12 @@ CameraSim::CameraSim(const Rgb& photo, const CameraSimOptions& options) : option
     sc.rgb = std::move(linear);
   }
   sc.scale = static_cast<double>(sc.w) / photo.width;
+}
 
-  // The hand's path: still at first, then a sweep whose speed wanders, jerks now and
-  // then, and wobble across the sweep and in roll.
-  Rng rng(MixSeed(options_.seed, 1));
-  const bool horizontal = options_.direction < 2;
-  const double speed = options_.speed > 0 ? options_.speed : rng.Uniform(28, 45);
-  const double frame_along = horizontal ? w : h;
-  // The engine's 180-degree canvas is three frame widths long, also for vertical sweeps.
-  const double needed = (3.0 * w - frame_along) / focal_ / kRad * 1.12 + 4;
-  // Nobody tilts a phone much past straight up or down.
-  const double reach = horizontal ? std::min(needed, sc.wrap ? 330.0 : options_.pano_hfov - 20)
-                                  : std::min(needed, 150.0);
-  constexpr double kStill = 0.3, kRamp = 0.4;
-  const double duration = options_.duration > 0
-                              ? options_.duration
-                              : kStill + kRamp + reach / (speed * 0.9) + 0.4;
+// The hand's path over `duration` seconds: still at first, then a sweep at `speed`
+// degrees a second whose pace wanders, jerks now and then, and wobble across the sweep
+// and in roll; it stops where the arm has gone `reach` degrees.
+void CameraSim::PlanPath(Rng& rng, double speed, double reach, double duration) {
   const Wander pace(rng, 0.15, 0.8), across(rng, 0.1, 0.6), tilt(rng, 0.1, 0.5);
   const double cross_drift = rng.Uniform(-0.3, 0.3);  // degrees a second
   const double tremor_phase = rng.Uniform(0, 2 * kPi);
@@ -297,6 +278,39 @@ CameraSim::CameraSim(const Rgb& photo, const CameraSimOptions& options) : option
         Pose{along, options_.wobble * across.At(t) + cross_drift * t + jerk_cross + tremor,
              1.2 * options_.wobble * tilt.At(t) + tremor};
   }
+}
+
+CameraSim::CameraSim(const Rgb& photo, const CameraSimOptions& options) : options_(options) {
+  scene_ = new Scene;
+  Scene& sc = *scene_;
+  sc.projection = options_.projection;
+  sc.hfov = std::clamp(options_.pano_hfov, 1.0, 360.0) * kRad;
+  sc.vfov = std::clamp(options_.pano_vfov, 1.0, 180.0) * kRad;
+  sc.wrap = options_.pano_hfov >= 360;
+  sc.photo_w = photo.width;
+  sc.photo_h = photo.height;
+
+  // The camera: a pinhole whose long side spans the field of view.
+  const int w = options_.width, h = options_.height;
+  focal_ = std::max(w, h) / 2.0 / std::tan(std::clamp(options_.fov, 10.0, 150.0) * kRad / 2);
+
+  LoadScene(photo);
+
+  // The hand's path: still at first, then a sweep whose speed wanders, jerks now and
+  // then, and wobble across the sweep and in roll.
+  Rng rng(MixSeed(options_.seed, 1));
+  const bool horizontal = options_.direction < 2;
+  const double speed = options_.speed > 0 ? options_.speed : rng.Uniform(28, 45);
+  const double frame_along = horizontal ? w : h;
+  // The engine's 180-degree canvas is three frame widths long, also for vertical sweeps.
+  const double needed = (3.0 * w - frame_along) / focal_ / kRad * 1.12 + 4;
+  // Nobody tilts a phone much past straight up or down.
+  const double reach = horizontal ? std::min(needed, sc.wrap ? 330.0 : options_.pano_hfov - 20)
+                                  : std::min(needed, 150.0);
+  const double duration = options_.duration > 0
+                              ? options_.duration
+                              : kStill + kRamp + reach / (speed * 0.9) + 0.4;
+  PlanPath(rng, speed, reach, duration);
   frames_ = std::max(1, static_cast<int>(duration * options_.fps));
   // Where the sweep starts: anywhere round a full panorama, else so that it fits.
   if (options_.start > 1e8) {

@@ -71,6 +71,8 @@ struct TruthPanorama {
   double along0 = 0, cross0 = 0;
 };
 
+class Rng;
+
 class CameraSim {
  public:
   // Prepares the scene (linear light, highlights extended) and the hand's path.
@@ -107,6 +109,8 @@ class CameraSim {
   struct Rotation {
     double m[9];
   };
+  void LoadScene(const Rgb& photo);
+  void PlanPath(Rng& rng, double speed, double reach, double duration);
   Pose PoseAt(double t) const;
   Rotation RotationAt(double t) const;
   double LineTime(int frame, double x, double y) const;
