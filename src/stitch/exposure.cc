@@ -101,37 +101,25 @@ void ApplyCurve(const ZMOSIMAGE& img, const ZMOSRECT& r, const std::array<std::u
   }
 }
 
-}  // namespace
-
-std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
-  const std::int32_t n = s.lCount;
-  if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr || n < 2)
-    return ZMOS_OK;
-  const ZMOSIMAGE& canvas = *s.pCanvas;
-  const auto info = image::LookupFormat(canvas.dwFormat);
-  // Plane 0 must be one luma byte a pixel.
-  if (!info || (info->family != image::Family::kPlanar &&
-                info->family != image::Family::kSemiPlanar && info->family != image::Family::kGrey))
-    return ZMOS_OK;
-  const bool horizontal = lumivex::IsHorizontal(s.lDirection);
-  const bool forward = lumivex::IsForward(s.lDirection);
+// The sweep's orientation as the pass needs it.
+struct SweepAxes {
+  bool horizontal, forward;
   // Where a frame's strip begins along the sweep: the far edge of its overlap.
-  auto seam_of = [&](const ZMOSRECT& overlap) {
+  std::int32_t SeamOf(const ZMOSRECT& overlap) const {
     return forward ? (horizontal ? overlap.lRight : overlap.lBottom)
                    : (horizontal ? overlap.lLeft : overlap.lTop);
-  };
-  // Per strip: its level (log gain to the first frame's exposure), where it lies, and
-  // scratch for the course.
-  auto* level =
-      static_cast<double*>(MMemAlloc(s.hMemMgr, 3 * n * static_cast<std::int32_t>(sizeof(double))));
-  if (level == nullptr) return ZMOS_ERR_NO_MEMORY;
-  double* position = level + n;
-  double* held = level + 2 * n;
+  }
+};
 
+// Each strip's level (log gain to the first frame's exposure) and where its seam lies,
+// from the luma ratio in its overlap with the canvas; returns how many steps were trusted.
+std::int32_t MeasureLevels(const ZMOSDIRECTSTITCHER& s, const SweepAxes& ax, double* level,
+                           double* position) {
+  const bool horizontal = ax.horizontal;
   level[0] = 0.0;
   position[0] = 0.0;
   std::int32_t trusted = 0;
-  for (std::int32_t i = 1; i < n; ++i) {
+  for (std::int32_t i = 1; i < s.lCount; ++i) {
     // Only lines both frames laid: inside the previous frame's cross extent (the first
     // frame's is not recorded; a margin covers the hand's wander there).
     const ZMOSRECT& ov = s.pOverlapRects[i];
@@ -150,7 +138,7 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
     const ZMOSRECT in_strips =
         horizontal ? ZMOSRECT{st.lLeft, st.lTop + skip0, st.lRight, st.lBottom - skip1}
                    : ZMOSRECT{st.lLeft + skip0, st.lTop, st.lRight - skip1, st.lBottom};
-    const Sums sums = PairSums(canvas, in_canvas, *s.pStrips, in_strips);
+    const Sums sums = PairSums(*s.pCanvas, in_canvas, *s.pStrips, in_strips);
     double step = 1.0;
     if (sums.used > 0 && sums.used >= kTrustedShare * static_cast<double>(sums.all) && sums.b > 0) {
       step = sums.a / sums.b;
@@ -158,60 +146,98 @@ std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
       ++trusted;
     }
     level[i] = level[i - 1] + std::log(step);
-    position[i] = static_cast<double>(seam_of(ov));
+    position[i] = static_cast<double>(ax.SeamOf(ov));
   }
-  // Too little to go on: leave the sweep as the camera exposed it.
-  if (2 * trusted < n - 1) {
-    MMemFree(s.hMemMgr, level);
-    return ZMOS_OK;
-  }
-  position[0] = 2 * position[1] - (n > 2 ? position[2] : position[1]);
-  // The typical step: the median of their sizes (the held array is scratch here).
+  return trusted;
+}
+
+// What the clamps hold back, strip by strip: the steps beyond a few typical ones (the
+// median of their sizes), added up.
+void HeldBackJumps(const double* level, std::int32_t n, double* held) {
   for (std::int32_t i = 1; i < n; ++i) held[i - 1] = std::abs(level[i] - level[i - 1]);
   std::nth_element(held, held + (n - 1) / 2, held + (n - 1));
   const double jump = std::max(kMinJump, kJumpSteps * held[(n - 1) / 2]);
-  // What the clamps hold back, strip by strip: the jumps, added up.
   held[0] = 0;
   for (std::int32_t i = 1; i < n; ++i) {
     const double step = level[i] - level[i - 1];
     held[i] = held[i - 1] + step - std::clamp(step, -jump, jump);
   }
+}
+
+// The held-back jumps brought in slowly around strip i: a straight line through them,
+// weighted by distance along the sweep (a line, not a mean, so that the course stays
+// whole up to the ends of the sweep).
+double BroughtIn(const double* position, const double* held, std::int32_t n, std::int32_t i,
+                 double sigma) {
+  double s0 = 0, s1 = 0, s2 = 0, t0 = 0, t1 = 0;
+  for (std::int32_t j = 0; j < n; ++j) {
+    const double d = (position[j] - position[i]) / sigma;
+    if (d > 3 || d < -3) continue;
+    const double w = std::exp(-0.5 * d * d);
+    s0 += w;
+    s1 += w * d;
+    s2 += w * d * d;
+    t0 += w * held[j];
+    t1 += w * d * held[j];
+  }
+  const double det = s0 * s2 - s1 * s1;
+  return det > 1e-6 * s0 * s0 ? (s2 * t0 - s1 * t1) / det : t0 / s0;
+}
+
+// Strip i's gain on its region of the canvas (from its seam to the next one, across the
+// lines it was laid on; the whole canvas across for the first) and on its overlap strip.
+void ApplyStripGain(const ZMOSDIRECTSTITCHER& s, const SweepAxes& ax, std::int32_t i,
+                    double gain) {
+  const ZMOSIMAGE& canvas = *s.pCanvas;
+  const bool horizontal = ax.horizontal;
+  const auto curve = GainCurve(gain);
+  const ZMOSRECT& ov = s.pOverlapRects[i];
+  const std::int32_t along_size = horizontal ? canvas.lWidth : canvas.lHeight;
+  const std::int32_t seam = i > 0 ? ax.SeamOf(ov) : (ax.forward ? 0 : along_size);
+  const std::int32_t end = i + 1 < s.lCount ? ax.SeamOf(s.pOverlapRects[i + 1]) : s.lContentEnd;
+  const std::int32_t a0 = std::min(seam, end), a1 = std::max(seam, end);
+  const std::int32_t c0 = i > 0 ? (horizontal ? ov.lTop : ov.lLeft) : 0;
+  const std::int32_t c1 = i > 0 ? (horizontal ? ov.lBottom : ov.lRight)
+                                : (horizontal ? canvas.lHeight : canvas.lWidth);
+  const ZMOSRECT region = horizontal ? ZMOSRECT{a0, c0, a1, c1} : ZMOSRECT{c0, a0, c1, a1};
+  ApplyCurve(canvas, region, curve);
+  if (i > 0) ApplyCurve(*s.pStrips, s.pStripRects[i], curve);
+}
+
+}  // namespace
+
+std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& s) {
+  const std::int32_t n = s.lCount;
+  if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr || n < 2)
+    return ZMOS_OK;
+  const ZMOSIMAGE& canvas = *s.pCanvas;
+  const auto info = image::LookupFormat(canvas.dwFormat);
+  // Plane 0 must be one luma byte a pixel.
+  if (!info || (info->family != image::Family::kPlanar &&
+                info->family != image::Family::kSemiPlanar && info->family != image::Family::kGrey))
+    return ZMOS_OK;
+  const SweepAxes ax{lumivex::IsHorizontal(s.lDirection), lumivex::IsForward(s.lDirection)};
+  // Per strip: its level, where it lies, and what the clamps held back.
+  auto* level =
+      static_cast<double*>(MMemAlloc(s.hMemMgr, 3 * n * static_cast<std::int32_t>(sizeof(double))));
+  if (level == nullptr) return ZMOS_ERR_NO_MEMORY;
+  double* position = level + n;
+  double* held = level + 2 * n;
+  // Too little to go on: leave the sweep as the camera exposed it.
+  if (2 * MeasureLevels(s, ax, level, position) < n - 1) {
+    MMemFree(s.hMemMgr, level);
+    return ZMOS_OK;
+  }
+  position[0] = 2 * position[1] - (n > 2 ? position[2] : position[1]);
+  HeldBackJumps(level, n, held);
   // The canvas is as wide across the sweep as a frame.
-  const double sigma = std::max(8.0, kTrendFrames * (horizontal ? canvas.lHeight : canvas.lWidth));
+  const double sigma =
+      std::max(8.0, kTrendFrames * (ax.horizontal ? canvas.lHeight : canvas.lWidth));
   for (std::int32_t i = 0; i < n; ++i) {
-    // The held-back jumps brought in slowly: a straight line through them around this
-    // strip, weighted by distance along the sweep (a line, not a mean, so that the course
-    // stays whole up to the ends of the sweep). The strip keeps its level less the jumps
-    // not yet brought in.
-    double s0 = 0, s1 = 0, s2 = 0, t0 = 0, t1 = 0;
-    for (std::int32_t j = 0; j < n; ++j) {
-      const double d = (position[j] - position[i]) / sigma;
-      if (d > 3 || d < -3) continue;
-      const double w = std::exp(-0.5 * d * d);
-      s0 += w;
-      s1 += w * d;
-      s2 += w * d * d;
-      t0 += w * held[j];
-      t1 += w * d * held[j];
-    }
-    const double det = s0 * s2 - s1 * s1;
-    const double brought = det > 1e-6 * s0 * s0 ? (s2 * t0 - s1 * t1) / det : t0 / s0;
-    const double gain = std::exp(held[i] - brought);
+    // The strip keeps its level less the jumps not yet brought in.
+    const double gain = std::exp(held[i] - BroughtIn(position, held, n, i, sigma));
     if (std::abs(gain - 1) < 0.004) continue;  // under half a level at mid-grey
-    const auto curve = GainCurve(gain);
-    // The strip's region on the canvas: from its seam to the next one.
-    const ZMOSRECT& ov = s.pOverlapRects[i];
-    const std::int32_t along_size = horizontal ? canvas.lWidth : canvas.lHeight;
-    const std::int32_t seam = i > 0 ? seam_of(ov) : (forward ? 0 : along_size);
-    const std::int32_t end = i + 1 < n ? seam_of(s.pOverlapRects[i + 1]) : s.lContentEnd;
-    const std::int32_t a0 = std::min(seam, end), a1 = std::max(seam, end);
-    // Across the sweep: the lines the strip was laid on (the whole canvas for the first).
-    const std::int32_t c0 = i > 0 ? (horizontal ? ov.lTop : ov.lLeft) : 0;
-    const std::int32_t c1 = i > 0 ? (horizontal ? ov.lBottom : ov.lRight)
-                                  : (horizontal ? canvas.lHeight : canvas.lWidth);
-    const ZMOSRECT region = horizontal ? ZMOSRECT{a0, c0, a1, c1} : ZMOSRECT{c0, a0, c1, a1};
-    ApplyCurve(canvas, region, curve);
-    if (i > 0) ApplyCurve(*s.pStrips, s.pStripRects[i], curve);
+    ApplyStripGain(s, ax, i, gain);
   }
   MMemFree(s.hMemMgr, level);
   return ZMOS_OK;

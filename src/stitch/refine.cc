@@ -118,6 +118,34 @@ std::int32_t CoarseAlong(Layout l, std::int32_t seam, std::int32_t lo, std::int3
   return at;
 }
 
+// A place tried by the fine stage and its difference.
+struct Place {
+  std::int32_t along, across;
+  std::uint32_t sad;
+};
+
+// From (start, 0) to the best of each place's eight neighbours until none is better,
+// within [lo, hi] along and kRefineAcross across.
+template <typename Cost>
+Place Downhill(Cost& cost, std::int32_t start, std::int32_t lo, std::int32_t hi) {
+  Place p{start, 0, cost(start, 0)};
+  for (bool moved = true; moved;) {
+    moved = false;
+    const std::int32_t ca = p.along, cc = p.across;
+    for (std::int32_t dc = std::max(cc - 1, -kRefineAcross); dc <= std::min(cc + 1, kRefineAcross);
+         ++dc) {
+      for (std::int32_t da = std::max(ca - 1, lo); da <= std::min(ca + 1, hi); ++da) {
+        const std::uint32_t v = cost(da, dc);
+        if (v < p.sad) {
+          p = Place{da, dc, v};
+          moved = true;
+        }
+      }
+    }
+  }
+  return p;
+}
+
 struct Found {
   std::int32_t along = 0, across = 0;
   std::uint32_t best = UINT32_MAX, start = UINT32_MAX;
@@ -182,29 +210,12 @@ Found Search(const Layout& l, std::int32_t seam, std::int32_t lo, std::int32_t h
   if (estimate_valid && coarse != 0) starts[count++] = 0;
   if (guess >= lo && guess <= hi && guess != coarse && guess != 0) starts[count++] = guess;
   for (std::size_t i = 0; i < count; ++i) {
-    std::int32_t ba = starts[i], bc = 0;
-    std::uint32_t best = cost(ba, bc);
-    for (bool moved = true; moved;) {
-      moved = false;
-      const std::int32_t ca = ba, cc = bc;
-      for (std::int32_t dc = std::max(cc - 1, -kRefineAcross);
-           dc <= std::min(cc + 1, kRefineAcross); ++dc) {
-        for (std::int32_t da = std::max(ca - 1, lo); da <= std::min(ca + 1, hi); ++da) {
-          const std::uint32_t v = cost(da, dc);
-          if (v < best) {
-            best = v;
-            ba = da;
-            bc = dc;
-            moved = true;
-          }
-        }
-      }
-    }
+    const Place p = Downhill(cost, starts[i], lo, hi);
     // A partial sum is never below the limit it stopped at, so it never wins here.
-    if (best < found.best) {
-      found.best = best;
-      found.along = ba;
-      found.across = bc;
+    if (p.sad < found.best) {
+      found.best = p.sad;
+      found.along = p.along;
+      found.across = p.across;
     }
     limit = std::min(limit, found.best);
   }
@@ -212,18 +223,13 @@ Found Search(const Layout& l, std::int32_t seam, std::int32_t lo, std::int32_t h
   return found;
 }
 
-}  // namespace
-
-bool RefineTravel(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t seam,
-                  std::int32_t strip, std::int32_t* offset, std::int32_t expected) {
-  if (offset == nullptr || s.bFirstFrame || s.lCount < 1 || s.pCanvas == nullptr ||
-      s.pOverlapRects == nullptr || !lumivex::IsKnownDirection(s.lDirection))
-    return false;
+// Where the frame and the previous strip lie for a frame placed at `offset`: the strip's
+// extent along and across the sweep, and the frame's lines compared (the middle of the
+// frame, inside the previous strip's for every move); false when too few lines remain.
+bool LayOut(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t seam,
+            std::int32_t strip, const std::int32_t* offset, Layout* out) {
   const ZMOSIMAGE& canvas = *s.pCanvas;
-  if (canvas.dwFormat != frame.dwFormat || !OneByteLuma(frame.dwFormat) ||
-      canvas.pPlane[0] == nullptr || frame.pPlane[0] == nullptr)
-    return false;
-  Layout l{};
+  Layout& l = *out;
   l.horizontal = lumivex::IsHorizontal(s.lDirection);
   l.forward = lumivex::IsForward(s.lDirection);
   const bool horizontal = l.horizontal, forward = l.forward;
@@ -267,6 +273,24 @@ bool RefineTravel(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int3
     l.r1 = l.r0 + keep;
     l.step = 1;
   }
+  return true;
+}
+
+}  // namespace
+
+bool RefineTravel(const ZMOSDIRECTSTITCHER& s, const ZMOSIMAGE& frame, std::int32_t seam,
+                  std::int32_t strip, std::int32_t* offset, std::int32_t expected) {
+  if (offset == nullptr || s.bFirstFrame || s.lCount < 1 || s.pCanvas == nullptr ||
+      s.pOverlapRects == nullptr || !lumivex::IsKnownDirection(s.lDirection))
+    return false;
+  const ZMOSIMAGE& canvas = *s.pCanvas;
+  if (canvas.dwFormat != frame.dwFormat || !OneByteLuma(frame.dwFormat) ||
+      canvas.pPlane[0] == nullptr || frame.pPlane[0] == nullptr)
+    return false;
+  Layout l{};
+  if (!LayOut(s, frame, seam, strip, offset, &l)) return false;
+  const bool forward = l.forward;
+  const std::int32_t along_axis = l.horizontal ? 0 : 1;
 
   // Moves that keep the frame going the sweep's way, no farther than the previous strip
   // reaches (else the canvas would keep a gap).
