@@ -130,7 +130,6 @@ std::int32_t Forward(CCamHandlerVideoRVK* h) {
   return res;
 }
 
-
 // A direct ByteBuffer's bytes; empty when the object is not one.
 struct Plane {
   std::uint8_t* data = nullptr;
@@ -269,9 +268,8 @@ void Notify(CCamHandlerVideoRVK* h, std::int32_t msg, jobject bitmap) {
       jmethodID init = env->GetMethodID(cls, "<init>", "(I)V");
       // Notification 2 carries the result bitmap's token (RvkPanorama turns it into
       // pixels); notification 3 the failure value 1.
-      const std::int32_t failure = h->lProfile == ZMOS_PROFILE_QUALITY && h->lFailure != 0
-                                       ? h->lFailure
-                                       : 1;
+      const std::int32_t failure =
+          h->lProfile == ZMOS_PROFILE_QUALITY && h->lFailure != 0 ? h->lFailure : 1;
       if (init != nullptr) data = env->NewObject(cls, init, msg == 2 ? h->lBitmapKey : failure);
       env->DeleteLocalRef(cls);
       break;
@@ -407,8 +405,7 @@ jint JNI_InitRVK(JNIEnv* env, jclass, jobject, jobject host, jint maxNumber, jin
             h->m_dwRVKMaxNumber, h->m_dwRVKMaxNumber + 4, h->m_StitchParam.lWorkBufferSize);
   // A handle that can never capture would leave a host waiting for a result that never
   // comes: under the quality profile there is none.
-  if (!StartCapture(h, size) && h->lProfile == ZMOS_PROFILE_QUALITY)
-    return DiscardHandler(env, h);
+  if (!StartCapture(h, size) && h->lProfile == ZMOS_PROFILE_QUALITY) return DiscardHandler(env, h);
   h->jHost = env->NewGlobalRef(host);
   h->lKey = AddHandler(h);
   // Notification 2 names the panorama by ResultBitmap's address where an address fits in

@@ -29,7 +29,8 @@ jint Register_VideoRVK_Functions(JavaVM* vm, JNIEnv* env) {
       {const_cast<char*>("_ProcessRVK"), const_cast<char*>("(I[BII)I"),
        reinterpret_cast<void*>(JNI_ProccessRVK)},
       {const_cast<char*>("_ProcessYuvRVK"),
-       const_cast<char*>("(ILjava/nio/ByteBuffer;Ljava/nio/ByteBuffer;Ljava/nio/ByteBuffer;IIIII)I"),
+       const_cast<char*>(
+           "(ILjava/nio/ByteBuffer;Ljava/nio/ByteBuffer;Ljava/nio/ByteBuffer;IIIII)I"),
        reinterpret_cast<void*>(JNI_ProcessYuvRVK)},
   };
   const jint res = env->RegisterNatives(cls, kMethods, 5);

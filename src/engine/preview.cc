@@ -123,7 +123,6 @@ bool Sampleable(const ZMOSIMAGE& img) {
          img.pPlane[1] != nullptr;
 }
 
-
 // The preview's reduction: `s` the caller's scale, `r` how much larger the engine's
 // frames are than the ones given here (at least 1).
 struct PreviewScale {
@@ -140,9 +139,9 @@ struct PreviewStep {
 // caller's record becomes a view of it.
 std::int32_t StartPreview(ZMOSSWEEPSTITCHER& st, const PreviewScale& scale, ZMOSIMAGE* ui) {
   if (st.pPreview == nullptr) {
-    if (const std::int32_t res = ZMOSCreateImage_AOD(
-            &st.pPreview, Even(st.lPanoWidth / scale.r / scale.s),
-            Even(st.lPanoHeight / scale.r / scale.s), ui->dwFormat, st.hMemMgr);
+    if (const std::int32_t res =
+            ZMOSCreateImage_AOD(&st.pPreview, Even(st.lPanoWidth / scale.r / scale.s),
+                                Even(st.lPanoHeight / scale.r / scale.s), ui->dwFormat, st.hMemMgr);
         res != 0)
       return res;
   }
@@ -331,15 +330,15 @@ int32_t ZMOSUpdateUIImage(ZMOSSWEEPSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
   if (st.lDirection == ZMOS_DIRECTION_UNKNOWN || !st.bNewStrip || !st.bActive) return ZMOS_OK;
   if (!PreviewFormat(pUIImage->dwFormat)) return ZMOS_ERR_UNSUPPORTED_FORMAT;
   if (lScale < 1 || pFrame->lWidth <= 0 || pFrame->lHeight <= 0) return ZMOS_ERR_INVALID_PARAM;
-  const PreviewScale scale{lScale, std::max(st.lFrameWidth / pFrame->lWidth,
-                                            st.lFrameHeight / pFrame->lHeight)};
+  const PreviewScale scale{
+      lScale, std::max(st.lFrameWidth / pFrame->lWidth, st.lFrameHeight / pFrame->lHeight)};
   if (st.lKeptCount == 1) {
     if (const std::int32_t res = StartPreview(st, scale, pUIImage); res != 0) return res;
   }
   const std::int32_t pw = st.pPreview != nullptr ? st.pPreview->lWidth : 0;
   const std::int32_t ph = st.pPreview != nullptr ? st.pPreview->lHeight : 0;
-  PreviewStep step = st.lKeptCount == 1 ? FirstStrip(st, scale, *pFrame, pw, ph)
-                                        : NextStrip(st, scale, pw, ph);
+  PreviewStep step =
+      st.lKeptCount == 1 ? FirstStrip(st, scale, *pFrame, pw, ph) : NextStrip(st, scale, pw, ph);
   step.src.lRight = std::min(step.src.lRight, pFrame->lWidth);
   step.src.lBottom = std::min(step.src.lBottom, pFrame->lHeight);
   // Drawn into the caller's record: a view of the preview after the first strip unless

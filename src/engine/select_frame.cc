@@ -246,8 +246,8 @@ std::int32_t SelectAndLay(ZMOSSWEEPSTITCHER& s, const ZMOSIMAGE& frame, const ZM
                           std::int32_t* plStatus, std::int32_t* plFinish, FrameOutcome* out) {
   std::int32_t res = ZMOS_OK;
   if (!s.bFirstFrameCopied) {
-    res = ZMOSCreateImage_AOD(&s.pFirstFrame, frame.lWidth, frame.lHeight, frame.dwFormat,
-                              s.hMemMgr);
+    res =
+        ZMOSCreateImage_AOD(&s.pFirstFrame, frame.lWidth, frame.lHeight, frame.dwFormat, s.hMemMgr);
     if (res == 0) res = ZMOSCopyImage_AOD(s.pFirstFrame, &frame);
     if (res != 0) return res;
     s.bFirstFrameCopied = 1;

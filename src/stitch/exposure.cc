@@ -186,8 +186,7 @@ double BroughtIn(const double* position, const double* held, std::int32_t n, std
 
 // Strip i's gain on its region of the canvas (from its seam to the next one, across the
 // lines it was laid on; the whole canvas across for the first) and on its overlap strip.
-void ApplyStripGain(const ZMOSDIRECTSTITCHER& s, const SweepAxes& ax, std::int32_t i,
-                    double gain) {
+void ApplyStripGain(const ZMOSDIRECTSTITCHER& s, const SweepAxes& ax, std::int32_t i, double gain) {
   const ZMOSIMAGE& canvas = *s.pCanvas;
   const bool horizontal = ax.horizontal;
   const auto curve = GainCurve(gain);
@@ -197,8 +196,8 @@ void ApplyStripGain(const ZMOSDIRECTSTITCHER& s, const SweepAxes& ax, std::int32
   const std::int32_t end = i + 1 < s.lCount ? ax.SeamOf(s.pOverlapRects[i + 1]) : s.lContentEnd;
   const std::int32_t a0 = std::min(seam, end), a1 = std::max(seam, end);
   const std::int32_t c0 = i > 0 ? (horizontal ? ov.lTop : ov.lLeft) : 0;
-  const std::int32_t c1 = i > 0 ? (horizontal ? ov.lBottom : ov.lRight)
-                                : (horizontal ? canvas.lHeight : canvas.lWidth);
+  const std::int32_t c1 =
+      i > 0 ? (horizontal ? ov.lBottom : ov.lRight) : (horizontal ? canvas.lHeight : canvas.lWidth);
   const ZMOSRECT region = horizontal ? ZMOSRECT{a0, c0, a1, c1} : ZMOSRECT{c0, a0, c1, a1};
   ApplyCurve(canvas, region, curve);
   if (i > 0) ApplyCurve(*s.pStrips, s.pStripRects[i], curve);

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <utility>
 
-#include "src/platform/wrap.h"
 #include "src/kernels/kernels.h"
+#include "src/platform/wrap.h"
 #include "src/track/projection_kernels.h"
 #include "src/track/tracker.h"
 
@@ -118,8 +118,8 @@ std::pair<std::int32_t, std::int32_t> HoriMeasureRange(const ZMOSVideoTracker* t
 // plain sums, so that the moved projection comes out as projecting the moved rectangle
 // would, at the cost of the strips alone. False where they are not plain sums. (Row sums
 // of column strips this narrow cost more than projecting the moved rectangle.)
-bool RowStrips(const ZMOSIMAGE* image, const ZMOSRECT& rect, std::int32_t shift,
-               std::int32_t limit, std::uint32_t* entering, std::uint32_t* leaving) {
+bool RowStrips(const ZMOSIMAGE* image, const ZMOSRECT& rect, std::int32_t shift, std::int32_t limit,
+               std::uint32_t* entering, std::uint32_t* leaving) {
   if (!PlainSums(image->dwFormat)) return false;
   const std::int32_t width = rect.lRight - rect.lLeft;
   const std::int32_t lo = rect.lTop, hi = rect.lBottom;
@@ -160,7 +160,8 @@ std::int32_t MovedProjection(ZMOSVideoTracker* t, const ZMOSIMAGE* image, const 
   };
   auto project = vertical ? ProjectV : ProjectH;
   std::int32_t res;
-  if (shift > -11 && shift < 11 && !vertical && RowStrips(image, rect, shift, limit, third, fourth)) {
+  if (shift > -11 && shift < 11 && !vertical &&
+      RowStrips(image, rect, shift, limit, third, fourth)) {
     // Summed straight from the pixels below.
   } else if (shift > -11 && shift < 11) {
     // Strips this narrow cannot be projected on their own: project the moved rectangle.
@@ -532,8 +533,8 @@ std::int32_t MatchAcrossVertical(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
     const ZMOSRECT& r = t->pHoriRects[i];
     if (const std::int32_t res = ProjectH(pImage, r, t->ppCurHori[i]); res != 0) return res;
     const std::uint32_t* signal = nullptr;
-    if (const std::int32_t res = MovedProjection(t, pImage, r, dy, false, t->ppCurHori[i],
-                                                 &signal, policy.MinCompensatedShift());
+    if (const std::int32_t res = MovedProjection(t, pImage, r, dy, false, t->ppCurHori[i], &signal,
+                                                 policy.MinCompensatedShift());
         res != 0)
       return res;
     std::int32_t dx = predicted_dx;

@@ -12,9 +12,9 @@
 namespace lumivex::tools {
 namespace {
 
-constexpr int kBlock = 64;        // along the sweep, for the local PSNR
-constexpr int kSeamWindow = 16;   // along the sweep, each side of a seam
-constexpr int kStepWindow = 8;    // for the brightness step at a seam
+constexpr int kBlock = 64;       // along the sweep, for the local PSNR
+constexpr int kSeamWindow = 16;  // along the sweep, each side of a seam
+constexpr int kStepWindow = 8;   // for the brightness step at a seam
 
 double Mean(const LumaView& v, int step) {
   double sum = 0;
@@ -138,14 +138,16 @@ PanoScore ScoreAgainstTruth(const Yuv420& pano, const TruthPanorama& truth, int 
   double mis_sum = 0;
   for (const Capture::Seam& seam : seams) {
     if (seam.start - kSeamWindow < 0 || seam.end + kSeamWindow > along || blocks == 0) continue;
-    const auto [sx, sy] = shift[static_cast<std::size_t>(std::clamp(seam.start / kBlock, 0, blocks - 1))];
+    const auto [sx, sy] =
+        shift[static_cast<std::size_t>(std::clamp(seam.start / kBlock, 0, blocks - 1))];
     auto window = [&](int a, int len) {
       return horizontal ? p.Crop(a, margin, len, cross - 2 * margin)
                         : p.Crop(margin, a, cross - 2 * margin, len);
     };
     auto truth_at = [&](int a, int len, int dx, int dy) -> LumaView {
       const int x = (horizontal ? a : margin) + dx, y = (horizontal ? margin : a) + dy;
-      const int w = horizontal ? len : cross - 2 * margin, h = horizontal ? cross - 2 * margin : len;
+      const int w = horizontal ? len : cross - 2 * margin,
+                h = horizontal ? cross - 2 * margin : len;
       if (x < 0 || y < 0 || x + w > t.width || y + h > t.height) return LumaView{};
       return t.Crop(x, y, w, h);
     };
@@ -170,8 +172,8 @@ PanoScore ScoreAgainstTruth(const Yuv420& pano, const TruthPanorama& truth, int 
     const int base_a = horizontal ? seam.end : margin, base_a_y = horizontal ? margin : seam.end;
     BestShift(before, t, base_b + sx, base_b_y + sy, 4, 2, &x1, &y1);
     BestShift(after, t, base_a + sx, base_a_y + sy, 4, 2, &x2, &y2);
-    const double mis =
-        std::max(std::abs((x1 - base_b) - (x2 - base_a)), std::abs((y1 - base_b_y) - (y2 - base_a_y)));
+    const double mis = std::max(std::abs((x1 - base_b) - (x2 - base_a)),
+                                std::abs((y1 - base_b_y) - (y2 - base_a_y)));
     mis_sum += mis;
     out.seam_max = std::max(out.seam_max, mis);
     ++out.seams;
@@ -189,12 +191,14 @@ constexpr double kMeasurableDetail = 0.4;
 double SeamDetail(const std::vector<std::uint8_t>& luma, int w, int h, bool horizontal) {
   const int along = horizontal ? w : h, across = horizontal ? h : w;
   const int step = std::max(1, w / 320), half = 32 * step;
-  const int a0 = along / 2 - half, a1 = along / 2 + half, c0 = across / 10, c1 = across - across / 10;
+  const int a0 = along / 2 - half, a1 = along / 2 + half, c0 = across / 10,
+            c1 = across - across / 10;
   std::vector<double> p;
   for (int a = std::max(a0, 0); a < std::min(a1, along); a += step) {
     double sum = 0;
     for (int c = c0; c < c1; ++c)
-      sum += luma[horizontal ? static_cast<std::size_t>(c) * w + a : static_cast<std::size_t>(a) * w + c];
+      sum += luma[horizontal ? static_cast<std::size_t>(c) * w + a
+                             : static_cast<std::size_t>(a) * w + c];
     p.push_back(sum);
   }
   double d = 0;
@@ -239,8 +243,8 @@ double BestShift(const LumaView& small, const LumaView& big, int x, int y, int r
       const double mean = sad / static_cast<double>(std::max(n, 1L));
       // Ties go to the smaller shift, so a flat window stays put.
       if (mean < best - 1e-9 ||
-          (mean < best + 1e-9 && std::abs(dx) + std::abs(dy) <
-                                     std::abs(*best_x - x) + std::abs(*best_y - y))) {
+          (mean < best + 1e-9 &&
+           std::abs(dx) + std::abs(dy) < std::abs(*best_x - x) + std::abs(*best_y - y))) {
         best = mean;
         *best_x = px;
         *best_y = py;

@@ -172,8 +172,10 @@ void Reduce(const float* in, int n, std::ptrdiff_t in_step, float* out, int m,
       const double wgt = 1 - std::abs(i - c) / r;
       if (wgt <= 0) continue;
       int j = i;
-      if (wrap) j = ((j % n) + n) % n;
-      else j = std::clamp(j, 0, n - 1);
+      if (wrap)
+        j = ((j % n) + n) % n;
+      else
+        j = std::clamp(j, 0, n - 1);
       const float* p = in + j * in_step;
       for (int k = 0; k < 3; ++k) acc[k] += wgt * p[k];
       total += wgt;
@@ -307,9 +309,8 @@ CameraSim::CameraSim(const Rgb& photo, const CameraSimOptions& options) : option
   // Nobody tilts a phone much past straight up or down.
   const double reach = horizontal ? std::min(needed, sc.wrap ? 330.0 : options_.pano_hfov - 20)
                                   : std::min(needed, 150.0);
-  const double duration = options_.duration > 0
-                              ? options_.duration
-                              : kStill + kRamp + reach / (speed * 0.9) + 0.4;
+  const double duration =
+      options_.duration > 0 ? options_.duration : kStill + kRamp + reach / (speed * 0.9) + 0.4;
   PlanPath(rng, speed, reach, duration);
   frames_ = std::max(1, static_cast<int>(duration * options_.fps));
   // Where the sweep starts: anywhere round a full panorama, else so that it fits.
@@ -407,7 +408,8 @@ void NoiseReduction(double gain, int w, int h, std::vector<float>* rgb) {
       for (int c = 0; c < 3; ++c) {
         float sum = 0;
         for (int yy = y0; yy <= y1; ++yy)
-          for (int xx = x0; xx <= x1; ++xx) sum += in[(static_cast<std::size_t>(yy) * w + xx) * 3 + c];
+          for (int xx = x0; xx <= x1; ++xx)
+            sum += in[(static_cast<std::size_t>(yy) * w + xx) * 3 + c];
         const float mean = sum / static_cast<float>((y1 - y0 + 1) * (x1 - x0 + 1));
         float& v = (*rgb)[(static_cast<std::size_t>(y) * w + x) * 3 + c];
         v += (mean - v) * share;
@@ -442,7 +444,8 @@ double CameraSim::RenderLinear(int frame, double exposure, int stride, std::vect
   }
   rgb->resize(static_cast<std::size_t>(w) * h * 3);  // every value is written below
   const double scale = options_.light * exposure;
-  const double corner2 = (options_.width * options_.width + options_.height * options_.height) / 4.0;
+  const double corner2 =
+      (options_.width * options_.width + options_.height * options_.height) / 4.0;
   const double noise = options_.noise;
   ForRows(h, [&](int y) {
     Rng rng(MixSeed(options_.seed * 7919 + static_cast<std::uint64_t>(frame), y + 1));
@@ -450,7 +453,8 @@ double CameraSim::RenderLinear(int frame, double exposure, int stride, std::vect
     const double yc = (y + 0.5) * stride;
     for (int x = 0; x < w; ++x) {
       const double xc = (x + 0.5) * stride;
-      const double cx = (xc - options_.width / 2.0) / focal_, cy = (yc - options_.height / 2.0) / focal_;
+      const double cx = (xc - options_.width / 2.0) / focal_,
+                   cy = (yc - options_.height / 2.0) / focal_;
       const int line = portrait ? w - 1 - x : y;
       float acc[3] = {0, 0, 0};
       for (int j = 0; j < taps; ++j) {
@@ -518,8 +522,7 @@ bool CameraSim::Next(Yuv420* frame) {
   rgb.width = options_.width;
   rgb.height = options_.height;
   rgb.pixels.resize(linear.size());
-  for (std::size_t i = 0; i < linear.size(); ++i)
-    rgb.pixels[i] = ToneCurve(linear[i]);
+  for (std::size_t i = 0; i < linear.size(); ++i) rgb.pixels[i] = ToneCurve(linear[i]);
   *frame = RgbToYuv420(rgb, options_.format);
 
   CameraFrameTruth t;
@@ -567,7 +570,8 @@ std::array<double, 2> CameraSim::SeamTravel(int a, int b) const {
     const double x = horizontal ? seam : i + 0.5, y = horizontal ? i + 0.5 : seam;
     const Rotation rb = RotationAt(LineTime(b, x, y));
     const double cx = (x - w / 2.0) / focal_, cy = (y - h / 2.0) / focal_;
-    const double d[3] = {rb.m[0] * cx + rb.m[1] * cy + rb.m[2], rb.m[3] * cx + rb.m[4] * cy + rb.m[5],
+    const double d[3] = {rb.m[0] * cx + rb.m[1] * cy + rb.m[2],
+                         rb.m[3] * cx + rb.m[4] * cy + rb.m[5],
                          rb.m[6] * cx + rb.m[7] * cy + rb.m[8]};
     // In frame a, at the time of the line it lands on.
     double xa = x, ya = y;
@@ -611,7 +615,8 @@ TruthPanorama CameraSim::Panorama(int last) const {
     c_lo = std::min(c_lo, cross_of(truth_[static_cast<std::size_t>(k)]));
     c_hi = std::max(c_hi, cross_of(truth_[static_cast<std::size_t>(k)]));
   }
-  const double half_along = (horizontal ? w : h) / 2.0 + 24, half_cross = (horizontal ? h : w) / 2.0 + 24;
+  const double half_along = (horizontal ? w : h) / 2.0 + 24,
+               half_cross = (horizontal ? h : w) / 2.0 + 24;
   const double base_along = along_of(truth_[0]), base_cross = cross_of(truth_[0]);
   pano.along0 = std::floor(a_lo - half_along) - base_along;
   pano.cross0 = std::floor(c_lo - half_cross) - base_cross;
@@ -662,8 +667,8 @@ bool CameraSim::WriteTruth(const std::string& path, std::string* error) const {
     *error = "cannot write " + path;
     return false;
   }
-  std::fputs(
-      "frame,time,yaw,pitch,roll,exposure_ms,gain,ev,clipped,blur_px,travel_x,travel_y\n", f);
+  std::fputs("frame,time,yaw,pitch,roll,exposure_ms,gain,ev,clipped,blur_px,travel_x,travel_y\n",
+             f);
   double tx = 0, ty = 0;
   for (int k = 0; k < rendered(); ++k) {
     if (k > 0) {
@@ -672,8 +677,8 @@ bool CameraSim::WriteTruth(const std::string& path, std::string* error) const {
       ty += step[1];
     }
     const CameraFrameTruth& t = truth_[static_cast<std::size_t>(k)];
-    std::fprintf(f, "%d,%.4f,%.4f,%.4f,%.4f,%.4f,%.3f,%.4f,%.5f,%.3f,%.3f,%.3f\n", k, t.time,
-                 t.yaw, t.pitch, t.roll, t.exposure_ms, t.gain, t.ev, t.clipped, t.blur_px, tx, ty);
+    std::fprintf(f, "%d,%.4f,%.4f,%.4f,%.4f,%.4f,%.3f,%.4f,%.5f,%.3f,%.3f,%.3f\n", k, t.time, t.yaw,
+                 t.pitch, t.roll, t.exposure_ms, t.gain, t.ev, t.clipped, t.blur_px, tx, ty);
   }
   const bool ok = std::fclose(f) == 0;
   if (!ok) *error = "cannot write " + path;

@@ -31,20 +31,20 @@ inline constexpr double kDaylight = 1.0, kDusk = 0.03, kNight = 0.0025;
 struct CameraSimOptions {
   int width = 640;
   int height = 480;
-  int direction = 0;        // engine codes: 0 right, 1 left, 2 down, 3 up
-  double fov = 66;          // degrees across the sensor's long side
+  int direction = 0;  // engine codes: 0 right, 1 left, 2 down, 3 up
+  double fov = 66;    // degrees across the sensor's long side
   double fps = 30;
-  double speed = 0;         // degrees a second along the sweep; 0: 28 to 45, by seed
-  double wobble = 1.2;      // cross-axis and roll wobble, degrees
-  double jerks = 0.3;       // sudden jerks of the hand, a second
-  double readout_ms = 22;   // rolling shutter: first to last sensor line
+  double speed = 0;        // degrees a second along the sweep; 0: 28 to 45, by seed
+  double wobble = 1.2;     // cross-axis and roll wobble, degrees
+  double jerks = 0.3;      // sudden jerks of the hand, a second
+  double readout_ms = 22;  // rolling shutter: first to last sensor line
   double light = kDaylight;
   double highlights = 3;    // how far the photograph's near-white parts exceed white
   double vignetting = 0.2;  // light lost at the frame's corners
   double noise = 1;         // sensor noise, 1 for a phone's small pixels, 0 for none
   bool auto_exposure = true;
-  double start = 1e9;       // along-axis start angle (degrees); 1e9: a default per direction
-  double duration = 0;      // seconds; 0: as long as the engine's 180-degree sweep needs
+  double start = 1e9;   // along-axis start angle (degrees); 1e9: a default per direction
+  double duration = 0;  // seconds; 0: as long as the engine's 180-degree sweep needs
   std::uint64_t seed = 1;
   std::uint32_t format = ZMOS_FORMAT_NV21;
   PanoProjection projection = PanoProjection::kEquirectangular;
@@ -53,19 +53,19 @@ struct CameraSimOptions {
 
 // One frame's truth, at the mid-exposure of its centre line.
 struct CameraFrameTruth {
-  double time = 0;                       // seconds
-  double yaw = 0, pitch = 0, roll = 0;   // degrees
-  double exposure_ms = 0, gain = 1;      // the auto-exposure's choice
-  double ev = 0;                         // log2 of the exposure relative to frame 0
-  double clipped = 0;                    // share of pixels clipped to white
-  double blur_px = 0;                    // motion blur length at the centre
+  double time = 0;                      // seconds
+  double yaw = 0, pitch = 0, roll = 0;  // degrees
+  double exposure_ms = 0, gain = 1;     // the auto-exposure's choice
+  double ev = 0;                        // log2 of the exposure relative to frame 0
+  double clipped = 0;                   // share of pixels clipped to white
+  double blur_px = 0;                   // motion blur length at the centre
 };
 
 // A panorama of the swept band at one exposure: luma, and chroma at half resolution.
 struct TruthPanorama {
   int width = 0, height = 0;
-  std::vector<std::uint8_t> y;           // width x height
-  std::vector<std::uint8_t> u, v;        // (width / 2) x (height / 2)
+  std::vector<std::uint8_t> y;     // width x height
+  std::vector<std::uint8_t> u, v;  // (width / 2) x (height / 2)
   // The truth pixel (0, 0) lies at these sweep coordinates: along the sweep and across
   // it, in pixels of the camera's focal length, with the first frame's centre at (0, 0).
   double along0 = 0, cross0 = 0;
@@ -121,7 +121,7 @@ class CameraSim {
   Scene* scene_ = nullptr;
   double focal_ = 0;
   int frames_ = 0;
-  double exposure_ = 0;  // the loop's current exposure (seconds x gain x calibration)
+  double exposure_ = 0;     // the loop's current exposure (seconds x gain x calibration)
   std::vector<Pose> path_;  // one a millisecond
   std::vector<CameraFrameTruth> truth_;
   std::vector<double> exposures_;
