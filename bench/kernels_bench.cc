@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "src/kernels/kernels.h"
-#include "src/track/match_kernels.h"
+#include "src/kernels/match_kernels.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "lumivex/track.h"
-#include "src/track/projection_kernels.h"
+#include "src/kernels/projection_kernels.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "lumivex/image.h"
 #include "src/image/format.h"
 #include "src/image/image_internal.h"
-#include "src/image/row_kernels.h"
+#include "src/kernels/row_kernels.h"
 #include "src/kernels/kernels.h"
 
 namespace lumivex::image {

@@ -5,7 +5,7 @@
 
 #include "lumivex/track.h"
 #include "src/kernels/kernels.h"
-#include "src/track/match_kernels.h"
+#include "src/kernels/match_kernels.h"
 
 namespace lumivex::track {
 

@@ -3,7 +3,7 @@
 
 #include "lumivex/track.h"
 #include "src/kernels/kernels.h"
-#include "src/track/projection_kernels.h"
+#include "src/kernels/projection_kernels.h"
 
 namespace lumivex::track {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "src/kernels/kernels.h"
 #include "src/platform/wrap.h"
-#include "src/track/projection_kernels.h"
+#include "src/kernels/projection_kernels.h"
 #include "src/track/tracker.h"
 
 namespace lumivex::track {

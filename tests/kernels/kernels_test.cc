@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "src/kernels/kernels.h"
-#include "src/track/match_kernels.h"
-#include "src/track/projection_kernels.h"
+#include "src/kernels/match_kernels.h"
+#include "src/kernels/projection_kernels.h"
 #include "tests/support/test_support.h"
 
 namespace lumivex::kernels {

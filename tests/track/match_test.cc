@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "lumivex/track.h"
-#include "src/track/match_kernels.h"
+#include "src/kernels/match_kernels.h"
 #include "tests/support/test_support.h"
 
 namespace lumivex::track {

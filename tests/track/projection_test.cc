@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "lumivex/track.h"
-#include "src/track/projection_kernels.h"
+#include "src/kernels/projection_kernels.h"
 #include "tests/support/test_support.h"
 
 namespace lumivex::track {

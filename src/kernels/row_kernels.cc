@@ -1,4 +1,4 @@
-#include "src/image/row_kernels.h"
+#include "src/kernels/row_kernels.h"
 
 #include "src/kernels/kernels.h"
 

@@ -1,4 +1,4 @@
-#include "src/track/projection_kernels.h"
+#include "src/kernels/projection_kernels.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,6 +1,6 @@
 // Column-sum and row-sum kernels under the projections.
-#ifndef LUMIVEX_SRC_TRACK_PROJECTION_KERNELS_H_
-#define LUMIVEX_SRC_TRACK_PROJECTION_KERNELS_H_
+#ifndef LUMIVEX_SRC_KERNELS_PROJECTION_KERNELS_H_
+#define LUMIVEX_SRC_KERNELS_PROJECTION_KERNELS_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -58,4 +58,4 @@ std::uint32_t RowSumLanesPacked(const std::uint8_t* p, std::int32_t n, LumaBytes
 
 }  // namespace lumivex::track
 
-#endif  // LUMIVEX_SRC_TRACK_PROJECTION_KERNELS_H_
+#endif  // LUMIVEX_SRC_KERNELS_PROJECTION_KERNELS_H_

@@ -1,8 +1,8 @@
 // Row kernels of the region copies. Each copies one row; `src_avail` is how many
 // bytes of the source row may be read from `src` onward, so that a kernel that looks
 // one pixel ahead never leaves the source image.
-#ifndef LUMIVEX_SRC_IMAGE_ROW_KERNELS_H_
-#define LUMIVEX_SRC_IMAGE_ROW_KERNELS_H_
+#ifndef LUMIVEX_SRC_KERNELS_ROW_KERNELS_H_
+#define LUMIVEX_SRC_KERNELS_ROW_KERNELS_H_
 
 #include <cstdint>
 
@@ -26,4 +26,4 @@ void CopyRowPacked422(std::uint8_t* dst, const std::uint8_t* src, std::int64_t p
 
 }  // namespace lumivex::image
 
-#endif  // LUMIVEX_SRC_IMAGE_ROW_KERNELS_H_
+#endif  // LUMIVEX_SRC_KERNELS_ROW_KERNELS_H_

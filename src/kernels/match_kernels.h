@@ -1,6 +1,6 @@
 // Kernels of the one-dimensional matchers.
-#ifndef LUMIVEX_SRC_TRACK_MATCH_KERNELS_H_
-#define LUMIVEX_SRC_TRACK_MATCH_KERNELS_H_
+#ifndef LUMIVEX_SRC_KERNELS_MATCH_KERNELS_H_
+#define LUMIVEX_SRC_KERNELS_MATCH_KERNELS_H_
 
 #include <cstdint>
 
@@ -29,4 +29,4 @@ std::int32_t BestShiftEarlyExit(const std::uint32_t* c, const std::uint32_t* r,
 
 }  // namespace lumivex::track
 
-#endif  // LUMIVEX_SRC_TRACK_MATCH_KERNELS_H_
+#endif  // LUMIVEX_SRC_KERNELS_MATCH_KERNELS_H_
