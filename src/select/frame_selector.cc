@@ -216,31 +216,30 @@ int32_t ZMOSFrameSelectorRunBySF_FS(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAG
 
 }  // extern "C"
 
-std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIMAGE* pFrame,
-                                      const ZMOSIMAGE* pTrackFrame, std::int32_t* plOffset,
-                                      std::int32_t* plStatus, const Policy& policy, bool* restarted,
-                                      Coasting* coast) {
-  if (hSelector == nullptr || !ValidFrames(pFrame, pTrackFrame, plOffset, plStatus))
+std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* selector, const ZMOSIMAGE* frame,
+                                      const ZMOSIMAGE* track, std::int32_t* offset,
+                                      std::int32_t* status_out, const Policy& policy,
+                                      bool* restarted, Coasting* coast) {
+  if (selector == nullptr || !ValidFrames(frame, track, offset, status_out))
     return ZMOS_ERR_INVALID_PARAM;
-  ZMOSFRAMESELECTOR& s = *hSelector;
+  ZMOSFRAMESELECTOR& s = *selector;
   Accumulators& acc = s.travel;
-  const std::int32_t w = pTrackFrame->lWidth;
-  const std::int32_t big_w = pFrame->lWidth, big_h = pFrame->lHeight;
+  const std::int32_t w = track->lWidth;
+  const std::int32_t big_w = frame->lWidth, big_h = frame->lHeight;
   if (s.hTrackerRF == nullptr) {
-    if (const std::int32_t res = StartTrackers(s, *pFrame, *pTrackFrame); res != 0) return res;
+    if (const std::int32_t res = StartTrackers(s, *frame, *track); res != 0) return res;
   }
   s.lStatus = ZMOS_SELECT_NONE;
 
   // Prediction from the tracking image, scaled to the full frame.
   std::int32_t predicted[2] = {0, 0};
   const bool ff_first = s.hTrackerFF->bFirstFrame != 0;
-  const bool ff_ok = ZMOSVideoTrackerRunFF_PBM(s.hTrackerFF, pTrackFrame, predicted) == ZMOS_OK;
+  const bool ff_ok = ZMOSVideoTrackerRunFF_PBM(s.hTrackerFF, track, predicted) == ZMOS_OK;
   // Where the tracking image is the frame, the reference tracker takes its column sums
   // from the band the frame-to-frame tracker has just summed, not from a second read.
-  const std::uint32_t* shared =
-      ff_ok && !ff_first
-          ? lumivex::track::SharedColumnSums(s.hTrackerFF, pTrackFrame, s.hTrackerRF, pFrame)
-          : nullptr;
+  const std::uint32_t* shared = ff_ok && !ff_first ? lumivex::track::SharedColumnSums(
+                                                         s.hTrackerFF, track, s.hTrackerRF, frame)
+                                                   : nullptr;
   const std::int32_t scale = big_w / w;
   predicted[0] = WrapMul(predicted[0], scale);
   predicted[1] = WrapMul(predicted[1], scale);
@@ -254,7 +253,7 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
   if (carry == Carry::kTooLong) return ZMOS_ERR_NO_TEXTURE;
   const std::int32_t last[2] = {s.lLastX, s.lLastY};
   const std::int32_t res =
-      lumivex::track::RunRF(s.hTrackerRF, pFrame, predicted, last, policy, shared);
+      lumivex::track::RunRF(s.hTrackerRF, frame, predicted, last, policy, shared);
   acc.x = WrapAdd(acc.x, predicted[0]);
   acc.y = WrapAdd(acc.y, predicted[1]);
   acc.n += 1;
@@ -269,10 +268,10 @@ std::int32_t lumivex::select::RunBySF(ZMOSFRAMESELECTOR* hSelector, const ZMOSIM
       status == ZMOS_SELECT_TOO_FAST && policy.keep_too_fast_frames && CutToStrip(s, acc);
   if (restarted != nullptr) *restarted = restart;
   Conclude(
-      s, acc, status, plOffset, plStatus,
+      s, acc, status, offset, status_out,
       [&] {
-        ZMOSVideoTrackerSwapRF_PBM(s.hTrackerRF, pFrame);
-        ZMOSVideoTrackerSwapFF_PBM(s.hTrackerFF, pTrackFrame);
+        ZMOSVideoTrackerSwapRF_PBM(s.hTrackerRF, frame);
+        ZMOSVideoTrackerSwapFF_PBM(s.hTrackerFF, track);
       },
       status == ZMOS_SELECT_KEEP || restart);
   return res;

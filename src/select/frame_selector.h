@@ -36,7 +36,6 @@ struct ZMOSFRAMESELECTOR {
 
 namespace lumivex::select {
 
-
 // The status of a frame from the travel since the last kept frame (quarter frame sizes
 // w4, h4 bound the drift); the tests run in order and a later one overwrites an earlier.
 std::int32_t Decide(const ZMOSFRAMESELECTOR& s, const Accumulators& acc, std::int32_t w4,
@@ -62,7 +61,7 @@ inline constexpr std::int32_t kMaxCoastedFrames = 60;
 // reference with its travel cut to one strip (the caller keeps it); `coast` holds the
 // speed a quality engine carries through plain stretches.
 std::int32_t RunBySF(ZMOSFRAMESELECTOR* selector, const ZMOSIMAGE* frame, const ZMOSIMAGE* track,
-                     std::int32_t* offset, std::int32_t* status, const Policy& policy,
+                     std::int32_t* offset, std::int32_t* status_out, const Policy& policy,
                      bool* restarted = nullptr, Coasting* coast = nullptr);
 
 }  // namespace lumivex::select

@@ -244,21 +244,20 @@ int32_t ZMOSAddImage_DIS(ZMOSDIRECTSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
 
 }  // extern "C"
 
-std::int32_t lumivex::stitch::AddImage(ZMOSDIRECTSTITCHER* hStitcher, const ZMOSIMAGE* pFrame,
-                                       const std::int32_t* plOffset, std::int32_t lOverlap,
-                                       std::int32_t lSeam, std::int32_t lStripLength,
-                                       std::int32_t bLast, const Policy& policy) {
-  if (hStitcher == nullptr || pFrame == nullptr || plOffset == nullptr)
-    return ZMOS_ERR_INVALID_PARAM;
-  ZMOSDIRECTSTITCHER& s = *hStitcher;
+std::int32_t lumivex::stitch::AddImage(ZMOSDIRECTSTITCHER* stitcher, const ZMOSIMAGE* frame,
+                                       const std::int32_t* offset, std::int32_t overlap,
+                                       std::int32_t seam, std::int32_t strip_length,
+                                       std::int32_t last, const Policy& policy) {
+  if (stitcher == nullptr || frame == nullptr || offset == nullptr) return ZMOS_ERR_INVALID_PARAM;
+  ZMOSDIRECTSTITCHER& s = *stitcher;
   if (!lumivex::IsKnownDirection(s.lDirection)) return ZMOS_OK;
   // More frames than the stitcher was made for would write past its rectangle arrays.
   if (s.pCanvas == nullptr || s.pStrips == nullptr || s.pOverlapRects == nullptr ||
       s.lCount >= s.lCapacity)
     return ZMOS_ERR_INVALID_PARAM;
   const Axes axes(s.lDirection);
-  if (s.bFirstFrame) return AddFirst(s, axes, *pFrame, lOverlap, lSeam, lStripLength, bLast);
-  return AddLater(s, axes, *pFrame, plOffset, lOverlap, lSeam, lStripLength, bLast, policy);
+  if (s.bFirstFrame) return AddFirst(s, axes, *frame, overlap, seam, strip_length, last);
+  return AddLater(s, axes, *frame, offset, overlap, seam, strip_length, last, policy);
 }
 
 extern "C" {
