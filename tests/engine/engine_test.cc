@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "lumivex/lumivex.h"
+#include "src/engine/sweep_stitcher.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -292,6 +293,39 @@ TEST_F(EngineCapture, HighResolutionAndHandHeldSweeps) {
                                  direction == 1 ? sx + 640 - out.result.lWidth : sx, sy, 10);
     RecordProperty("psnr_handheld_dir" + std::to_string(direction), static_cast<int>(psnr));
     EXPECT_GT(psnr, 30.0);
+  }
+}
+
+// Drift across a horizontal sweep is judged on the kept frames' summed cross travel: up
+// to a third of the frame height (160 of 480) the sweep goes on, one pixel more and it has
+// gone wrong, whichever way the hand drifts.
+TEST_F(EngineCapture, DriftOfAThirdOfTheHeightIsTheLastKept) {
+  for (const int sign : {1, -1}) {
+    for (const int target : {160, 161}) {
+      SCOPED_TRACE(testing::Message() << "drift " << sign * target);
+      Capture cap(640, 480);
+      const ZMOSSWEEPSTITCHER& s = *cap.engine();
+      int x = 150, y = 560, pending = 0, res = 0, drift = 0;
+      for (int k = 0; k < 70 && res == 0; ++k) {
+        // Climb or sink until the kept frames' drift plus what is not yet kept reaches the
+        // target, then hold the height.
+        const int step = s.lDirection < 0 ? 0 : std::min(4, target - std::abs(s.lDriftY) - pending);
+        y += sign * step;
+        pending += step;
+        const std::int32_t kept_before = s.lKeptCount;
+        Frame frame(*colour_, x, y, 640, 480);
+        res = cap.Feed(frame.get()).result;
+        if (s.lKeptCount != kept_before) pending = 0;
+        drift = std::max(drift, std::abs(s.lDriftY));
+        x += 12;
+      }
+      if (target == 160) {
+        EXPECT_EQ(res, 0);
+        EXPECT_EQ(drift, 160) << "the hand's drift should have been tracked to the pixel";
+      } else {
+        EXPECT_EQ(res, ZMOS_ERR_SWEEP_WRONG);
+      }
+    }
   }
 }
 

@@ -336,6 +336,31 @@ TEST(Profile, PlainStretchIsCoasted) {
   }
 }
 
+// A plain stretch longer than the coasting limit: the quality engine carries the speed for
+// 60 frames, and the next plain frame ends the capture for lack of texture.
+TEST(Profile, CoastingStopsAfterSixtyFrames) {
+  const ColourPlanes* photo = lumivex::test::ColourPhoto();
+  if (photo == nullptr) GTEST_SKIP() << "no test photograph";
+  ColourPlanes scene = *photo;
+  // 8 px a frame across a 1340-px wall: about 87 frames inside it, 60 of them 480 px, less
+  // than a frame's length.
+  ASSERT_GE(scene.y.width, 2000);
+  for (int y = 0; y < scene.y.height; ++y)
+    for (int x = 560; x < 1900; ++x)
+      scene.y.pixels[static_cast<std::size_t>(y) * scene.y.width + x] = 170;
+  ProfiledEngine capture(640, 480, ZMOS_PROFILE_QUALITY);
+  ASSERT_EQ(capture.init, 0);
+  std::int32_t kept = 0, angle = 0, end = 0, coasted = 0;
+  for (int k = 0; k < 220 && end == 0; ++k) {
+    Frame frame(scene, 40 + 8 * k, 1000, 640, 480);
+    std::int32_t offset[2], flags[4];
+    end = ZMOS_SelectFrames(capture.engine, frame.get(), frame.get(), offset, &kept, flags, &angle);
+    if (end == 0) coasted += ZMOS_IsCoasting(capture.engine);
+  }
+  EXPECT_EQ(end, ZMOS_ERR_NO_TEXTURE);
+  EXPECT_EQ(coasted, 60);
+}
+
 // A scene brightening to the right, and a camera whose exposure hunts, 7 % down and up
 // again frame after frame: every frame's projection is its predecessor's, moved and
 // scaled. Matched as they are, a scaled projection slides toward its bright side and the
@@ -352,8 +377,9 @@ TEST(Profile, ExposureChangesDoNotMoveTheTravel) {
       std::uint8_t& v = scene.pixels[static_cast<std::size_t>(y) * scene.width + x];
       v = static_cast<std::uint8_t>(std::min(255.0, v * (0.35 + 1.3 * x / scene.width)));
     }
-  const ColourPlanes colour{scene, Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)},
-                            Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)}};
+  const ColourPlanes colour{
+      scene, Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)},
+      Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)}};
   int misread[2] = {0, 0};
   for (std::int32_t profile : {ZMOS_PROFILE_EXACT, ZMOS_PROFILE_QUALITY}) {
     Outcome out;
@@ -416,7 +442,8 @@ TEST(Profile, ExposureStepsGoTheCameraCourseStays) {
   Plane8 noise{3200, 700, {}};
   noise.pixels.resize(static_cast<std::size_t>(noise.width) * noise.height);
   lumivex::test::Rng rng(11);
-  std::vector<std::uint8_t> cells(static_cast<std::size_t>(noise.width / 4 + 1) * (noise.height / 4 + 1));
+  std::vector<std::uint8_t> cells(static_cast<std::size_t>(noise.width / 4 + 1) *
+                                  (noise.height / 4 + 1));
   for (auto& c : cells) c = static_cast<std::uint8_t>(rng.Range(0, 1) ? 205 : 60);
   for (int y = 0; y < noise.height; ++y)
     for (int x = 0; x < noise.width; ++x)
@@ -428,10 +455,12 @@ TEST(Profile, ExposureStepsGoTheCameraCourseStays) {
       int sum = 0;
       for (int dy = -1; dy <= 1; ++dy)
         for (int dx = -1; dx <= 1; ++dx) sum += noise.at(x + dx, y + dy);
-      scene.pixels[static_cast<std::size_t>(y) * scene.width + x] = static_cast<std::uint8_t>(sum / 9);
+      scene.pixels[static_cast<std::size_t>(y) * scene.width + x] =
+          static_cast<std::uint8_t>(sum / 9);
     }
-  const ColourPlanes colour{scene, Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)},
-                            Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)}};
+  const ColourPlanes colour{
+      scene, Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)},
+      Plane8{scene.width, scene.height, std::vector<std::uint8_t>(scene.pixels.size(), 128)}};
   struct Seen {
     double step = 0, course = 0;
     long white = 0;
