@@ -12,11 +12,6 @@
 
 namespace lumivex::engine {
 
-WrongAxisSums& WrongAxis() {
-  static thread_local WrongAxisSums sums{};
-  return sums;
-}
-
 namespace {
 
 // Trims one band's result to multiples of 16, keeping the edge the sweep began at.

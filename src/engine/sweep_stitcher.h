@@ -9,6 +9,7 @@
 #include "lumivex/stitch.h"
 #include "lumivex/track.h"
 #include "src/platform/direction.h"
+#include "src/platform/process_state.h"
 
 struct ZMOSSWEEPSTITCHER {
   MHandle hMemMgr;
@@ -59,13 +60,7 @@ struct ZMOSSWEEPSTITCHER {
 
 namespace lumivex::engine {
 
-// Wrong-axis sums of frame selection: never reset, so they carry over from one capture
-// to the next one run in the same thread (one set a thread: captures in other threads
-// never touch them).
-struct WrongAxisSums {
-  std::int32_t sx, sy;
-};
-WrongAxisSums& WrongAxis();
+// The wrong-axis sums of frame selection are WrongAxis() (src/platform/process_state.h).
 
 // Bytes of work buffer one capture of that frame size and angle needs; -1 when the
 // engine cannot run it.

@@ -8,20 +8,13 @@
 #include <mutex>
 
 #include "lumivex/stitch.h"
+#include "src/platform/process_state.h"
 #include "src/platform/wrap.h"
 
 namespace lumivex::stitch {
 
-// Engine-wide blend state: one table at a time, shared by every blend.
-// The blend table is the process's: every exported function that installs, reads or frees
-// it holds this lock for the whole call, so blends in different threads never meet a
-// table half made or freed. (Recursive: those functions call one another.)
-std::unique_lock<std::recursive_mutex> LockBlendTable();
-extern std::uint32_t g_PathSearchThreshold;
-extern MHandle g_hBlendTableMemMgr;
-extern std::int32_t g_BlendTableWidth;
-extern std::int32_t* g_BlendTable;
-extern std::int32_t g_BlendTableStatic[10];
+// Engine-wide blend state (one table at a time, shared by every blend, behind
+// LockBlendTable()) lives in src/platform/process_state.h.
 
 // Forgets, without freeing, a table allocated from `mgr`: called when the buffer under
 // that manager is about to be discarded or laid anew.
@@ -129,10 +122,10 @@ bool ValidBlendArguments(const ZMOSIMAGE* first, const ZMOSRECT* r1, const ZMOSI
 bool StepRectFits(const ZMOSIMAGE& first, const ZMOSRECT* r1);
 
 // Work memory of one blend: the seam path and the difference map. `Finish` gives both
-// back and releases the blend table on success only (`Free` only gives them back); `Abandon` is for the endings that
-// free nothing (failed allocation, unknown format, failed chroma step of a top-to-bottom
-// blend): the blocks stay in a work buffer like the table stays installed, and only the
-// process heap gets them back, where they would leak for good.
+// back and releases the blend table on success only (`Free` only gives them back); `Abandon` is for
+// the endings that free nothing (failed allocation, unknown format, failed chroma step of a
+// top-to-bottom blend): the blocks stay in a work buffer like the table stays installed, and only
+// the process heap gets them back, where they would leak for good.
 class BlendWork {
  public:
   // kBothOrNone takes neither block when either size is out of range; kEachAlone takes each

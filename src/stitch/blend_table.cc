@@ -9,17 +9,7 @@
 
 namespace lumivex::stitch {
 
-std::uint32_t g_PathSearchThreshold = 80;
-MHandle g_hBlendTableMemMgr = nullptr;
-std::int32_t g_BlendTableWidth = 0;
-std::int32_t* g_BlendTable = nullptr;
-std::int32_t g_BlendTableStatic[10] = {};
-
 namespace {
-
-// The manager the installed table really came from. `g_hBlendTableMemMgr` can be repointed
-// by hosts, and a capture's manager dies with its work buffer, so frees go by this one.
-MHandle g_BlendTableOwner = nullptr;
 
 // Gives the installed table back when `current` (the manager the caller works with) is
 // the one it came from, or it came from the process heap; a table from another manager
@@ -32,11 +22,6 @@ void ReleaseInstalledTable(MHandle current) {
 }
 
 }  // namespace
-
-std::unique_lock<std::recursive_mutex> LockBlendTable() {
-  static std::recursive_mutex mutex;
-  return std::unique_lock<std::recursive_mutex>(mutex);
-}
 
 void ForgetBlendTableOf(MHandle mgr) {
   const auto lock = LockBlendTable();
@@ -163,14 +148,14 @@ bool StepRectFits(const ZMOSIMAGE& first, const ZMOSRECT* r1) {
                            r1->lRight <= first.lWidth && r1->lTop <= r1->lBottom);
 }
 
-BlendWork::BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes,
-                     Sizing sizing)
+BlendWork::BlendWork(MHandle mem, std::int32_t path_entries, std::int64_t map_bytes, Sizing sizing)
     : mem_(mem) {
   const bool path_fits = path_entries >= 0 && path_entries <= INT32_MAX / 4;
   const bool map_fits = map_bytes >= 0 && map_bytes <= INT32_MAX;
   if (sizing == kBothOrNone && (!path_fits || path_entries == INT32_MAX / 4 || !map_fits)) return;
   if (path_fits) path = static_cast<std::int32_t*>(MMemAlloc(mem, path_entries * 4));
-  if (map_fits) map = static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)));
+  if (map_fits)
+    map = static_cast<std::uint8_t*>(MMemAlloc(mem, static_cast<std::int32_t>(map_bytes)));
 }
 
 std::int32_t BlendWork::Abandon(std::int32_t res) {

@@ -7,11 +7,6 @@
 
 namespace lumivex::track {
 
-BandTextureTable& BandTexture() {
-  static thread_local BandTextureTable table{};
-  return table;
-}
-
 std::int32_t BandMeasure(const std::uint32_t* p, std::int32_t from, std::int32_t to) {
   if (to <= from) return 0;
   std::int32_t sum = 0;

@@ -6,6 +6,7 @@
 
 #include "lumivex/track.h"
 #include "src/engine/policy.h"
+#include "src/platform/process_state.h"
 
 // Field order is part of the record's contract: 26 words on the 32-bit target.
 struct ZMOSVideoTracker {
@@ -39,17 +40,8 @@ static_assert(sizeof(void*) != 4 || sizeof(ZMOSVideoTracker) == 104,
 
 namespace lumivex::track {
 
-// Band texture measures handed from the frame-to-frame tracker to the reference-frame
-// tracker within one frame's call; one table a thread, so captures in other threads
-// never see them.
-struct BandTextureTable {
-  std::int32_t prev_hori[3];  // top, middle, bottom
-  std::int32_t cur_hori[3];
-  std::int32_t prev_vert[3];  // left, middle, right
-  std::int32_t cur_vert[3];
-};
-// (Through a function: a thread_local object named across files trips the sanitizers.)
-BandTextureTable& BandTexture();
+// Band texture measures (BandTexture(), src/platform/process_state.h) are handed from the
+// frame-to-frame tracker to the reference-frame tracker within one frame's call.
 
 // Whether the frame-to-frame tracker's last frame was too plain along its sweep axis for
 // the direct matcher (mode 0: the three horizontal bands together; mode 1: every vertical
