@@ -6,9 +6,9 @@
 
 namespace lumivex::stitch {
 
-// Brings the luma of every strip laid after the first (on the canvas and in the overlap
-// strips) to the first frame's exposure. Needs scratch from the stitcher's memory manager:
-// 4 and nothing changed without it, 0 otherwise.
+// Takes the exposure steps between strips out of their luma (on the canvas and in the
+// overlap strips), leaving the camera's slow course. Needs scratch from the stitcher's
+// memory manager: 4 and nothing changed without it, 0 otherwise.
 std::int32_t EqualizeExposure(ZMOSDIRECTSTITCHER& stitcher);
 
 }  // namespace lumivex::stitch
