@@ -55,6 +55,86 @@ std::int32_t* WorkRow(std::int32_t w, MHandle mem) {
 
 using namespace lumivex::track;
 
+namespace {
+
+// One run of the gradient tracker over a frame: gradient profiles of its bands, matched
+// against the previous frame's; `swap` makes this frame the next one's reference.
+struct GradientPass {
+  ZMOSVideoTracker* t;
+  const ZMOSIMAGE* image;
+  bool swap;
+
+  std::int32_t Ix(const ZMOSRECT& r, std::uint32_t* out) const {
+    return ZMOSCalcIxHoriProj(image, &r, reinterpret_cast<std::int32_t*>(out), t->hMemMgr);
+  }
+  // A vertical profile clears as many entries as its rectangle is wide: never past the
+  // buffer of frame-height entries.
+  std::int32_t Iy(const ZMOSRECT& r, std::uint32_t* out) const {
+    if (r.lRight - r.lLeft > t->lHeight) return ZMOS_ERR_INVALID_PARAM;
+    return ZMOSCalcIyVertProj(image, &r, reinterpret_cast<std::int32_t*>(out), t->hMemMgr);
+  }
+  std::int32_t Match(const std::uint32_t* prev, const std::uint32_t* cur, std::int32_t len,
+                     std::int32_t range) const {
+    std::int32_t off = 0;
+    ZMOSMatch1DBufferAllocated_PBM(prev, cur, len, &off, range,
+                                   reinterpret_cast<std::int32_t*>(t->pScratch[0]),
+                                   reinterpret_cast<std::int32_t*>(t->pScratch[1]));
+    return off;
+  }
+
+  // Horizontal sweep: the horizontal bands along, then the vertical ones moved by the
+  // travel found.
+  std::int32_t Horizontal() const {
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+      const ZMOSRECT& r = t->pHoriRects[i];
+      if (const std::int32_t res = Ix(r, t->ppCurHori[i]); res != 0) return res;
+      t->plHoriResult[i] =
+          Match(t->ppPrevHori[i], t->ppCurHori[i], r.lRight - r.lLeft, t->lMaxOffsetX);
+      if (swap) std::swap(t->ppPrevHori[i], t->ppCurHori[i]);
+    }
+    const std::int32_t dx = t->plHoriResult[0];
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      const ZMOSRECT& r = t->pVertRects[j];
+      const ZMOSRECT moved{std::max(r.lLeft - dx, 0), r.lTop, std::min(r.lRight - dx, t->lWidth),
+                           r.lBottom};
+      if (const std::int32_t res = Iy(moved, t->ppCurVert[j]); res != 0) return res;
+      t->plVertResult[j] =
+          Match(t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, t->lMaxOffsetY);
+      if (swap)
+        if (const std::int32_t res = Iy(r, t->ppPrevVert[j]); res != 0) return res;
+    }
+    return ZMOS_OK;
+  }
+
+  // Vertical sweep: the vertical bands along, then the horizontal ones moved by the travel
+  // found.
+  std::int32_t Vertical() const {
+    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
+      const ZMOSRECT& r = t->pVertRects[j];
+      if (const std::int32_t res = Iy(r, t->ppCurVert[j]); res != 0) return res;
+      t->plVertResult[j] =
+          Match(t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, t->lMaxOffsetY);
+      // The vertical pass exchanges the horizontal buffers of the same index, and the
+      // previous vertical profiles are never refreshed: the asymmetry is part of the design.
+      if (swap && j < t->lHoriCount) std::swap(t->ppPrevHori[j], t->ppCurHori[j]);
+    }
+    const std::int32_t dy = t->plVertResult[0];
+    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
+      const ZMOSRECT& r = t->pHoriRects[i];
+      const ZMOSRECT moved{r.lLeft, std::max(r.lTop - dy, 0), r.lRight,
+                           std::min(r.lBottom - dy, t->lHeight)};
+      if (const std::int32_t res = Ix(moved, t->ppCurHori[i]); res != 0) return res;
+      t->plHoriResult[i] =
+          Match(t->ppPrevHori[i], t->ppCurHori[i], r.lRight - r.lLeft, t->lMaxOffsetX);
+      if (swap)
+        if (const std::int32_t res = Ix(r, t->ppPrevHori[i]); res != 0) return res;
+    }
+    return ZMOS_OK;
+  }
+};
+
+}  // namespace
+
 extern "C" {
 
 int32_t ZMOSCalcIyVertProj(const ZMOSIMAGE* pImage, const ZMOSRECT* pRect, int32_t* plOut,
@@ -134,74 +214,19 @@ int32_t ZMOSVideoTrackerGradientRun_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pI
       pImage->lHeight != t->lHeight)
     return ZMOS_ERR_INVALID_PARAM;
   plOffsets[0] = plOffsets[1] = 0;
-  MHandle mem = t->hMemMgr;
-  auto ix = [&](const ZMOSRECT& r, std::uint32_t* out) {
-    return ZMOSCalcIxHoriProj(pImage, &r, reinterpret_cast<std::int32_t*>(out), mem);
-  };
-  // A vertical profile clears as many entries as its rectangle is wide: never past the
-  // buffer of frame-height entries.
-  auto iy = [&](const ZMOSRECT& r, std::uint32_t* out) {
-    if (r.lRight - r.lLeft > t->lHeight) return static_cast<std::int32_t>(ZMOS_ERR_INVALID_PARAM);
-    return ZMOSCalcIyVertProj(pImage, &r, reinterpret_cast<std::int32_t*>(out), mem);
-  };
-  auto match = [&](const std::uint32_t* prev, const std::uint32_t* cur, std::int32_t len,
-                   std::int32_t range) {
-    std::int32_t off = 0;
-    ZMOSMatch1DBufferAllocated_PBM(prev, cur, len, &off, range,
-                                   reinterpret_cast<std::int32_t*>(t->pScratch[0]),
-                                   reinterpret_cast<std::int32_t*>(t->pScratch[1]));
-    return off;
-  };
+  const GradientPass pass{t, pImage, bSwap != 0};
   if (t->bFirstFrame) {
     for (std::int32_t i = 0; i < t->lHoriCount; ++i)
-      if (const std::int32_t res = ix(t->pHoriRects[i], t->ppPrevHori[i]); res != 0) return res;
+      if (const std::int32_t res = pass.Ix(t->pHoriRects[i], t->ppPrevHori[i]); res != 0)
+        return res;
     for (std::int32_t j = 0; j < t->lVertCount; ++j)
-      if (const std::int32_t res = iy(t->pVertRects[j], t->ppPrevVert[j]); res != 0) return res;
+      if (const std::int32_t res = pass.Iy(t->pVertRects[j], t->ppPrevVert[j]); res != 0)
+        return res;
     t->bFirstFrame = 0;
     return ZMOS_OK;
   }
-  const std::int32_t w = t->lWidth, h = t->lHeight;
-  if (t->lMode == 0) {
-    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
-      const ZMOSRECT& r = t->pHoriRects[i];
-      if (const std::int32_t res = ix(r, t->ppCurHori[i]); res != 0) return res;
-      t->plHoriResult[i] =
-          match(t->ppPrevHori[i], t->ppCurHori[i], r.lRight - r.lLeft, t->lMaxOffsetX);
-      if (bSwap) std::swap(t->ppPrevHori[i], t->ppCurHori[i]);
-    }
-    const std::int32_t dx = t->plHoriResult[0];
-    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
-      const ZMOSRECT& r = t->pVertRects[j];
-      const ZMOSRECT moved{std::max(r.lLeft - dx, 0), r.lTop, std::min(r.lRight - dx, w),
-                           r.lBottom};
-      if (const std::int32_t res = iy(moved, t->ppCurVert[j]); res != 0) return res;
-      t->plVertResult[j] =
-          match(t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, t->lMaxOffsetY);
-      if (bSwap)
-        if (const std::int32_t res = iy(r, t->ppPrevVert[j]); res != 0) return res;
-    }
-  } else {
-    for (std::int32_t j = 0; j < t->lVertCount; ++j) {
-      const ZMOSRECT& r = t->pVertRects[j];
-      if (const std::int32_t res = iy(r, t->ppCurVert[j]); res != 0) return res;
-      t->plVertResult[j] =
-          match(t->ppPrevVert[j], t->ppCurVert[j], r.lBottom - r.lTop, t->lMaxOffsetY);
-      // The vertical pass exchanges the horizontal buffers of the same index, and the
-      // previous vertical profiles are never refreshed: the asymmetry is part of the design.
-      if (bSwap && j < t->lHoriCount) std::swap(t->ppPrevHori[j], t->ppCurHori[j]);
-    }
-    const std::int32_t dy = t->plVertResult[0];
-    for (std::int32_t i = 0; i < t->lHoriCount; ++i) {
-      const ZMOSRECT& r = t->pHoriRects[i];
-      const ZMOSRECT moved{r.lLeft, std::max(r.lTop - dy, 0), r.lRight,
-                           std::min(r.lBottom - dy, h)};
-      if (const std::int32_t res = ix(moved, t->ppCurHori[i]); res != 0) return res;
-      t->plHoriResult[i] =
-          match(t->ppPrevHori[i], t->ppCurHori[i], r.lRight - r.lLeft, t->lMaxOffsetX);
-      if (bSwap)
-        if (const std::int32_t res = ix(r, t->ppPrevHori[i]); res != 0) return res;
-    }
-  }
+  if (const std::int32_t res = t->lMode == 0 ? pass.Horizontal() : pass.Vertical(); res != 0)
+    return res;
   plOffsets[0] = t->plHoriResult[0];
   plOffsets[1] = t->plVertResult[0];
   return ZMOS_OK;

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "src/kernels/kernels.h"
-#include "src/platform/wrap.h"
 #include "src/kernels/projection_kernels.h"
+#include "src/platform/wrap.h"
 #include "src/track/tracker.h"
 
 namespace lumivex::track {
@@ -241,6 +241,88 @@ bool KeepBand(const std::int32_t m[3]) {
   return m[1] < 31 && m[1] != 30 && m[0] <= 29 && m[2] <= 29;
 }
 
+// The frame-to-frame tracker's first frame: every band's projection and texture, and the
+// whole-frame sums, kept as the reference.
+std::int32_t StoreFirstFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
+  const std::int32_t w = t->lWidth, h = t->lHeight;
+  const auto [from, to] = HoriMeasureRange(t);
+  BandTextureTable& bt = BandTexture();
+  Clear(t->ppPrevHori[3], w);
+  for (int i = 0; i < 3; ++i) {
+    if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]); res != 0)
+      return res;
+    Accumulate(t->ppPrevHori[3], t->ppPrevHori[i], w);
+    bt.prev_hori[i] = BandMeasure(t->ppPrevHori[i], from, to);
+  }
+  Clear(t->ppPrevVert[3], h);
+  for (int j = 0; j < 3; ++j) {
+    if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]); res != 0)
+      return res;
+    Accumulate(t->ppPrevVert[3], t->ppPrevVert[j], h);
+    bt.prev_vert[j] = BandMeasure(t->ppPrevVert[j], 0, h);
+  }
+  t->bFirstFrame = 0;
+  return ZMOS_OK;
+}
+
+// Horizontal travel: the three bands summed into a whole-frame projection, matched
+// directly, or by gradients where the bands are too plain.
+std::int32_t MatchColumnsFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
+  const std::int32_t w = t->lWidth;
+  const auto [from, to] = HoriMeasureRange(t);
+  BandTextureTable& bt = BandTexture();
+  Clear(t->ppCurHori[3], w);
+  for (int i = 0; i < 3; ++i) {
+    if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppCurHori[i]); res != 0)
+      return res;
+    Accumulate(t->ppCurHori[3], t->ppCurHori[i], w);
+    bt.cur_hori[i] = BandMeasure(t->ppCurHori[i], from, to);
+  }
+  std::int32_t dx = 0;
+  if (!FlatAlongSweep(0)) {
+    t->lStatus = ZMOS_OK;
+    Direct(t, t->ppPrevHori[3], t->ppCurHori[3], w, &dx, t->lMaxOffsetX);
+  } else {
+    t->lStatus = ZMOS_ERR_NO_TEXTURE;
+    Gradient(t, t->ppPrevHori[3], t->ppCurHori[3], w, &dx, t->lMaxOffsetX);
+  }
+  t->plHoriResult[0] = dx;
+  return ZMOS_OK;
+}
+
+// Vertical travel: across a horizontal sweep only the middle band is followed; along a
+// vertical one the most textured band, or the middle one by gradients when all are plain.
+std::int32_t MatchRowsFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
+  const std::int32_t h = t->lHeight;
+  BandTextureTable& bt = BandTexture();
+  std::int32_t dy = 0;
+  Clear(t->ppCurVert[3], h);
+  if (t->lMode == 0) {
+    if (const std::int32_t res = ProjectV(pImage, t->pVertRects[1], t->ppCurVert[1]); res != 0)
+      return res;
+    Accumulate(t->ppCurVert[3], t->ppCurVert[1], h);
+    bt.cur_vert[1] = BandMeasure(t->ppCurVert[1], 0, h);
+    auto match = bt.cur_vert[1] < 33 ? Gradient : Direct;
+    match(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
+  } else {
+    for (int j = 0; j < 3; ++j) {
+      if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppCurVert[j]); res != 0)
+        return res;
+      Accumulate(t->ppCurVert[3], t->ppCurVert[j], h);
+      bt.cur_vert[j] = BandMeasure(t->ppCurVert[j], h / 4, (3 * h) / 4);
+    }
+    const std::int32_t* m = bt.cur_vert;
+    if (FlatAlongSweep(1)) {
+      Gradient(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
+    } else {
+      const int band = m[1] >= 40 ? 1 : m[0] > m[2] ? 0 : 2;
+      Direct(t, t->ppPrevVert[band], t->ppCurVert[band], h, &dy, t->lMaxOffsetY);
+    }
+  }
+  t->plVertResult[0] = dy;
+  return ZMOS_OK;
+}
+
 }  // namespace
 }  // namespace lumivex::track
 
@@ -314,75 +396,11 @@ int32_t ZMOSVideoTrackerRunFF_PBM(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage,
   if (t->lHoriCount < 4 || t->lVertCount < 4) return ZMOS_ERR_INVALID_PARAM;
   t->bReprojectVert = 0;
   t->bReprojectHori = 0;
-  const std::int32_t w = t->lWidth, h = t->lHeight;
-  const auto [from, to] = HoriMeasureRange(t);
-  BandTextureTable& bt = BandTexture();
-
-  if (t->bFirstFrame) {
-    Clear(t->ppPrevHori[3], w);
-    for (int i = 0; i < 3; ++i) {
-      if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]); res != 0)
-        return res;
-      Accumulate(t->ppPrevHori[3], t->ppPrevHori[i], w);
-      bt.prev_hori[i] = BandMeasure(t->ppPrevHori[i], from, to);
-    }
-    Clear(t->ppPrevVert[3], h);
-    for (int j = 0; j < 3; ++j) {
-      if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]); res != 0)
-        return res;
-      Accumulate(t->ppPrevVert[3], t->ppPrevVert[j], h);
-      bt.prev_vert[j] = BandMeasure(t->ppPrevVert[j], 0, h);
-    }
-    t->bFirstFrame = 0;
-    return ZMOS_OK;
-  }
+  if (t->bFirstFrame) return StoreFirstFF(t, pImage);
   // The first frame needs no offsets; any later one writes them.
   if (plOffsets == nullptr) return ZMOS_ERR_INVALID_PARAM;
-
-  // Horizontal: the three bands summed into a whole-frame projection.
-  Clear(t->ppCurHori[3], w);
-  for (int i = 0; i < 3; ++i) {
-    if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppCurHori[i]); res != 0)
-      return res;
-    Accumulate(t->ppCurHori[3], t->ppCurHori[i], w);
-    bt.cur_hori[i] = BandMeasure(t->ppCurHori[i], from, to);
-  }
-  std::int32_t dx = 0;
-  if (!lumivex::track::FlatAlongSweep(0)) {
-    t->lStatus = ZMOS_OK;
-    Direct(t, t->ppPrevHori[3], t->ppCurHori[3], w, &dx, t->lMaxOffsetX);
-  } else {
-    t->lStatus = ZMOS_ERR_NO_TEXTURE;
-    Gradient(t, t->ppPrevHori[3], t->ppCurHori[3], w, &dx, t->lMaxOffsetX);
-  }
-  t->plHoriResult[0] = dx;
-
-  std::int32_t dy = 0;
-  Clear(t->ppCurVert[3], h);
-  if (t->lMode == 0) {
-    // Only the middle band is followed vertically.
-    if (const std::int32_t res = ProjectV(pImage, t->pVertRects[1], t->ppCurVert[1]); res != 0)
-      return res;
-    Accumulate(t->ppCurVert[3], t->ppCurVert[1], h);
-    bt.cur_vert[1] = BandMeasure(t->ppCurVert[1], 0, h);
-    auto match = bt.cur_vert[1] < 33 ? Gradient : Direct;
-    match(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
-  } else {
-    for (int j = 0; j < 3; ++j) {
-      if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppCurVert[j]); res != 0)
-        return res;
-      Accumulate(t->ppCurVert[3], t->ppCurVert[j], h);
-      bt.cur_vert[j] = BandMeasure(t->ppCurVert[j], h / 4, (3 * h) / 4);
-    }
-    const std::int32_t* m = bt.cur_vert;
-    if (lumivex::track::FlatAlongSweep(1)) {
-      Gradient(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
-    } else {
-      const int band = m[1] >= 40 ? 1 : m[0] > m[2] ? 0 : 2;
-      Direct(t, t->ppPrevVert[band], t->ppCurVert[band], h, &dy, t->lMaxOffsetY);
-    }
-  }
-  t->plVertResult[0] = dy;
+  if (const std::int32_t res = MatchColumnsFF(t, pImage); res != 0) return res;
+  if (const std::int32_t res = MatchRowsFF(t, pImage); res != 0) return res;
   return Report(t, plOffsets);
 }
 
