@@ -57,6 +57,70 @@ bool OfModel(const Option& o, const char* model) {
   return std::string_view(o.help).rfind(std::string("[") + model + "]", 0) == 0;
 }
 
+// The numeric options, each in its own range: one line of why for the first bad one.
+std::string ReadNumbers(const Parsed& p, double* speed, double* noise, CameraSimOptions* c,
+                        SimOptions* s) {
+  struct Number {
+    const char* name;
+    double* target;
+    double lo, hi;
+  };
+  const Number numbers[] = {
+      {"--speed", speed, 0, 1000},
+      {"--noise", noise, 0, 100},
+      {"--fov", &c->fov, 10, 150},
+      {"--wobble", &c->wobble, 0, 30},
+      {"--jerks", &c->jerks, 0, 20},
+      {"--readout-ms", &c->readout_ms, 0, 100},
+      {"--highlights", &c->highlights, 0, 100},
+      {"--vignetting", &c->vignetting, 0, 1},
+      {"--duration", &c->duration, 0, 600},
+      {"--start", &c->start, -360, 360},
+      {"--jitter", &s->jitter, 0, 1000},
+      {"--drift", &s->drift, -1000, 1000},
+      {"--exposure", &s->exposure, -1, 10},
+      {"--plain", &s->plain, 0, 100},
+  };
+  for (const Number& n : numbers) {
+    if (!p.Has(n.name)) continue;
+    double v = 0;
+    if (!ParseDouble(p.Get(n.name), &v) || v < n.lo || v > n.hi)
+      return std::string(n.name) + " takes a number from " +
+             std::to_string(static_cast<int>(n.lo)) + " to " +
+             std::to_string(static_cast<int>(n.hi));
+    *n.target = v;
+  }
+  const std::pair<const char*, int*> whole[] = {{"--too-fast-at", &s->too_fast_at},
+                                                {"--backward-at", &s->backward_at},
+                                                {"--backward-frames", &s->backward_frames},
+                                                {"--frames", &s->frames}};
+  for (const auto& [name, target] : whole) {
+    long long v = 0;
+    if (!p.Has(name)) continue;
+    if (!ParseInt(p.Get(name), -1, 100000, &v)) return std::string(name) + " takes a whole number";
+    *target = static_cast<int>(v);
+  }
+  return "";
+}
+
+// What the camera model's photograph is: its projection and field of view.
+std::string ReadPanorama(const Parsed& p, CameraSimOptions* c) {
+  if (p.Has("--pano")) {
+    const std::string pano = p.Get("--pano");
+    if (pano != "equirect" && pano != "cylindrical") return "--pano is equirect or cylindrical";
+    c->projection =
+        pano == "equirect" ? PanoProjection::kEquirectangular : PanoProjection::kCylindrical;
+  }
+  if (p.Has("--pano-fov")) {
+    int hf = 0, vf = 0;
+    if (!ParseSize(p.Get("--pano-fov"), &hf, &vf) || hf > 360 || vf > 180)
+      return "--pano-fov takes HxV degrees, e.g. 120x60";
+    c->pano_hfov = hf;
+    c->pano_vfov = vf;
+  }
+  return "";
+}
+
 }  // namespace
 
 const CommandSpec kSimulate{
@@ -98,42 +162,11 @@ Reading ReadSimulate(std::span<const std::string> args, SimulateOptions* out) {
   long long seed = 1;
   if (p.Has("--seed") && !ParseInt(p.Get("--seed"), 0, INT64_MAX, &seed))
     return UsageError("--seed takes a whole number");
-  // Numbers, each in its own range.
-  struct Number {
-    const char* name;
-    double* target;
-    double lo, hi;
-  };
   CameraSimOptions& c = out->cam;
   SimOptions& s = out->slide;
   double speed = 0, noise = -1;
-  const Number numbers[] = {
-      {"--speed", &speed, 0, 1000},        {"--noise", &noise, 0, 100},
-      {"--fov", &c.fov, 10, 150},          {"--wobble", &c.wobble, 0, 30},
-      {"--jerks", &c.jerks, 0, 20},        {"--readout-ms", &c.readout_ms, 0, 100},
-      {"--highlights", &c.highlights, 0, 100}, {"--vignetting", &c.vignetting, 0, 1},
-      {"--duration", &c.duration, 0, 600}, {"--start", &c.start, -360, 360},
-      {"--jitter", &s.jitter, 0, 1000},    {"--drift", &s.drift, -1000, 1000},
-      {"--exposure", &s.exposure, -1, 10}, {"--plain", &s.plain, 0, 100},
-  };
-  for (const Number& n : numbers) {
-    if (!p.Has(n.name)) continue;
-    double v = 0;
-    if (!ParseDouble(p.Get(n.name), &v) || v < n.lo || v > n.hi)
-      return UsageError(std::string(n.name) + " takes a number from " + std::to_string(static_cast<int>(n.lo)) +
-                   " to " + std::to_string(static_cast<int>(n.hi)));
-    *n.target = v;
-  }
-  const std::pair<const char*, int*> whole[] = {{"--too-fast-at", &s.too_fast_at},
-                                                {"--backward-at", &s.backward_at},
-                                                {"--backward-frames", &s.backward_frames},
-                                                {"--frames", &s.frames}};
-  for (const auto& [name, target] : whole) {
-    long long v = 0;
-    if (!p.Has(name)) continue;
-    if (!ParseInt(p.Get(name), -1, 100000, &v)) return UsageError(std::string(name) + " takes a whole number");
-    *target = static_cast<int>(v);
-  }
+  if (const std::string error = ReadNumbers(p, &speed, &noise, &c, &s); !error.empty())
+    return UsageError(error);
   c.width = s.width = w;
   c.height = s.height = h;
   c.direction = s.direction = direction;
@@ -142,18 +175,7 @@ Reading ReadSimulate(std::span<const std::string> args, SimulateOptions* out) {
   if (noise >= 0) c.noise = s.noise = noise;
   if (p.Has("--light") && !ParseLight(p.Get("--light"), &c.light))
     return UsageError("--light is day, dusk, night or a number above 0");
-  if (p.Has("--pano")) {
-    const std::string pano = p.Get("--pano");
-    if (pano != "equirect" && pano != "cylindrical") return UsageError("--pano is equirect or cylindrical");
-    c.projection = pano == "equirect" ? PanoProjection::kEquirectangular : PanoProjection::kCylindrical;
-  }
-  if (p.Has("--pano-fov")) {
-    int hf = 0, vf = 0;
-    if (!ParseSize(p.Get("--pano-fov"), &hf, &vf) || hf > 360 || vf > 180)
-      return UsageError("--pano-fov takes HxV degrees, e.g. 120x60");
-    c.pano_hfov = hf;
-    c.pano_vfov = vf;
-  }
+  if (const std::string error = ReadPanorama(p, &c); !error.empty()) return UsageError(error);
   s.steady = p.Flag("--steady");
   out->codec = p.Flag("--codec");
   out->overwrite = p.Flag("-y");

@@ -74,6 +74,129 @@ struct PanoScore {
   int seams = 0;
 };
 
+// A panorama and the truth it is compared with, in the sweep's terms: `along` the sweep,
+// `cross` across it less a margin on both sides.
+struct TruthComparison {
+  LumaView p, t;
+  bool horizontal, at_end;
+  int along, cross, margin;
+
+  TruthComparison(const Yuv420& pano, const TruthPanorama& truth, int direction)
+      : p{pano.y(), pano.width(), pano.height(), pano.width()},
+        t{truth.y.data(), truth.width, truth.height, truth.width},
+        horizontal(direction < 2),
+        at_end(direction == 1 || direction == 3),
+        along(horizontal ? p.width : p.height),
+        cross(horizontal ? p.height : p.width),
+        margin(cross / 12) {}
+
+  // The panorama's part [a, a + len) along the sweep.
+  LumaView Window(int a, int len) const {
+    return horizontal ? p.Crop(a, margin, len, cross - 2 * margin)
+                      : p.Crop(margin, a, cross - 2 * margin, len);
+  }
+  // The truth's part that matches Window(a, len) when the panorama's origin lies at
+  // (dx, dy) in it; empty where it would leave the truth.
+  LumaView TruthAt(int a, int len, int dx, int dy) const {
+    const int x = (horizontal ? a : margin) + dx, y = (horizontal ? margin : a) + dy;
+    const int w = horizontal ? len : cross - 2 * margin, h = horizontal ? cross - 2 * margin : len;
+    if (x < 0 || y < 0 || x + w > t.width || y + h > t.height) return LumaView{};
+    return t.Crop(x, y, w, h);
+  }
+  // Where Window(a, len) starts in the panorama's own coordinates.
+  std::pair<int, int> Origin(int a) const {
+    return horizontal ? std::make_pair(a, margin) : std::make_pair(margin, a);
+  }
+
+  // Truth position of the panorama's origin: its first frame's worth, found over the
+  // whole truth at a quarter of the resolution, then at full resolution.
+  bool FindStart(int frame_along, int* ox, int* oy) const {
+    const int first = std::min(along, frame_along);
+    const int a0 = at_end ? along - first : 0;
+    const LumaView start = Window(a0, first);
+    int sw, sh, tw, th;
+    const auto small = Quarter(start, &sw, &sh);
+    const auto big = Quarter(t, &tw, &th);
+    if (sw < 4 || sh < 4 || tw < sw || th < sh) return false;
+    int qx = 0, qy = 0;
+    BestShift(LumaView{small.data(), sw, sh, sw}, LumaView{big.data(), tw, th, tw}, tw / 2, th / 2,
+              std::max(tw, th), 1, &qx, &qy);
+    int gx = 0, gy = 0;
+    BestShift(start, t, 4 * qx, 4 * qy, 6, 2, &gx, &gy);
+    const auto [x0, y0] = Origin(a0);
+    *ox = gx - x0;
+    *oy = gy - y0;
+    return true;
+  }
+
+  // Blocks from the start onward, each aligned near the previous one, each block's
+  // brightness matched to the truth's; returns the PSNR and each block's origin.
+  double ScoreBlocks(int ox, int oy, std::vector<std::pair<int, int>>* shift) const {
+    const int blocks = along / kBlock;
+    shift->assign(static_cast<std::size_t>(std::max(blocks, 0)), {0, 0});
+    double sse = 0;
+    long count = 0;
+    for (int i = 0; i < blocks; ++i) {
+      const int b = at_end ? blocks - 1 - i : i;
+      const int pos = at_end ? along - (blocks - b) * kBlock : b * kBlock;
+      const LumaView block = Window(pos, kBlock);
+      const auto [px, py] = Origin(pos);
+      const int bx = px + ox, by = py + oy;
+      int fx = bx, fy = by;
+      BestShift(block, t, bx, by, 4, 2, &fx, &fy);
+      ox += fx - bx;
+      oy += fy - by;
+      (*shift)[static_cast<std::size_t>(b)] = {ox, oy};
+      if (fx < 0 || fy < 0 || fx + block.width > t.width || fy + block.height > t.height) continue;
+      const LumaView tb = t.Crop(fx, fy, block.width, block.height);
+      const double gain = std::clamp((Mean(tb, 2) + 1) / (Mean(block, 2) + 1), 0.5, 2.0);
+      for (int y = 0; y < block.height; ++y)
+        for (int x = 0; x < block.width; ++x) {
+          const double d = std::min(255.0, block.at(x, y) * gain) - tb.at(x, y);
+          sse += d * d;
+          ++count;
+        }
+    }
+    return count > 0 && sse > 0 ? 10 * std::log10(255.0 * 255.0 * count / sse) : 0;
+  }
+
+  // Each seam: the windows on either side aligned on their own; and the brightness step
+  // across it beyond the one the scene has.
+  void ScoreSeams(const std::vector<Capture::Seam>& seams,
+                  const std::vector<std::pair<int, int>>& shift, PanoScore* out) const {
+    const int blocks = static_cast<int>(shift.size());
+    double mis_sum = 0;
+    for (const Capture::Seam& seam : seams) {
+      if (seam.start - kSeamWindow < 0 || seam.end + kSeamWindow > along || blocks == 0) continue;
+      const auto [sx, sy] =
+          shift[static_cast<std::size_t>(std::clamp(seam.start / kBlock, 0, blocks - 1))];
+      const LumaView tb = TruthAt(seam.start - kSeamWindow, kSeamWindow, sx, sy);
+      const LumaView ta = TruthAt(seam.end, kSeamWindow, sx, sy);
+      if (tb.data == nullptr || ta.data == nullptr) continue;
+      const double pb = Mean(Window(seam.start - kStepWindow, kStepWindow), 1);
+      const double pa = Mean(Window(seam.end, kStepWindow), 1);
+      const LumaView tsb = TruthAt(seam.start - kStepWindow, kStepWindow, sx, sy);
+      const LumaView tsa = TruthAt(seam.end, kStepWindow, sx, sy);
+      if (tsb.data != nullptr && tsa.data != nullptr) {
+        const double step = std::abs(std::log((pa + 1) / (pb + 1)) -
+                                     std::log((Mean(tsa, 1) + 1) / (Mean(tsb, 1) + 1)));
+        out->step = std::max(out->step, 100 * step);
+      }
+      if (Texture(tb) < 4 || Texture(ta) < 4) continue;
+      const auto [bx, by] = Origin(seam.start - kSeamWindow);
+      const auto [ax, ay] = Origin(seam.end);
+      int x1, y1, x2, y2;
+      BestShift(Window(seam.start - kSeamWindow, kSeamWindow), t, bx + sx, by + sy, 4, 2, &x1, &y1);
+      BestShift(Window(seam.end, kSeamWindow), t, ax + sx, ay + sy, 4, 2, &x2, &y2);
+      const double mis = std::max(std::abs((x1 - bx) - (x2 - ax)), std::abs((y1 - by) - (y2 - ay)));
+      mis_sum += mis;
+      out->seam_max = std::max(out->seam_max, mis);
+      ++out->seams;
+    }
+    out->seam_mean = out->seams > 0 ? mis_sum / out->seams : 0;
+  }
+};
+
 // The panorama against the truth: found in it as a whole from its starting frame, then
 // block by block along the sweep (each within a few pixels of the last, so the engine's
 // slow drift over the sweep is not counted, only what a viewer sees locally), each
@@ -81,104 +204,12 @@ struct PanoScore {
 PanoScore ScoreAgainstTruth(const Yuv420& pano, const TruthPanorama& truth, int direction,
                             int frame_w, int frame_h, const std::vector<Capture::Seam>& seams) {
   PanoScore out;
-  const bool horizontal = direction < 2;
-  const LumaView p{pano.y(), pano.width(), pano.height(), pano.width()};
-  const LumaView t{truth.y.data(), truth.width, truth.height, truth.width};
-  const int along = horizontal ? p.width : p.height, cross = horizontal ? p.height : p.width;
-  const int margin = cross / 12;
-  // Where the panorama starts: its first frame's worth, found over the whole truth at a
-  // quarter of the resolution, then at full resolution.
-  const int first = std::min(along, horizontal ? frame_w : frame_h);
-  const bool at_end = direction == 1 || direction == 3;
-  const int a0 = at_end ? along - first : 0;
-  const LumaView start = horizontal ? p.Crop(a0, margin, first, cross - 2 * margin)
-                                    : p.Crop(margin, a0, cross - 2 * margin, first);
-  int sw, sh, tw, th;
-  const auto small = Quarter(start, &sw, &sh);
-  const auto big = Quarter(t, &tw, &th);
-  if (sw < 4 || sh < 4 || tw < sw || th < sh) return out;
-  int qx = 0, qy = 0;
-  BestShift(LumaView{small.data(), sw, sh, sw}, LumaView{big.data(), tw, th, tw}, tw / 2, th / 2,
-            std::max(tw, th), 1, &qx, &qy);
-  int gx = 0, gy = 0;
-  BestShift(start, t, 4 * qx, 4 * qy, 6, 2, &gx, &gy);
-  // Truth position of the panorama's origin.
-  int ox = gx - (horizontal ? a0 : margin), oy = gy - (horizontal ? margin : a0);
-
-  // Blocks from the start onward, each aligned near the previous one.
-  const int blocks = along / kBlock;
-  std::vector<std::pair<int, int>> shift(static_cast<std::size_t>(std::max(blocks, 0)));
-  double sse = 0;
-  long count = 0;
-  for (int i = 0; i < blocks; ++i) {
-    const int b = at_end ? blocks - 1 - i : i;
-    const int pos = at_end ? along - (blocks - b) * kBlock : b * kBlock;
-    const LumaView block = horizontal ? p.Crop(pos, margin, kBlock, cross - 2 * margin)
-                                      : p.Crop(margin, pos, cross - 2 * margin, kBlock);
-    const int bx = (horizontal ? pos : margin) + ox, by = (horizontal ? margin : pos) + oy;
-    int fx = bx, fy = by;
-    BestShift(block, t, bx, by, 4, 2, &fx, &fy);
-    ox += fx - bx;
-    oy += fy - by;
-    shift[static_cast<std::size_t>(b)] = {ox, oy};
-    if (fx < 0 || fy < 0 || fx + block.width > t.width || fy + block.height > t.height) continue;
-    const LumaView tb = t.Crop(fx, fy, block.width, block.height);
-    const double gain = std::clamp((Mean(tb, 2) + 1) / (Mean(block, 2) + 1), 0.5, 2.0);
-    for (int y = 0; y < block.height; ++y)
-      for (int x = 0; x < block.width; ++x) {
-        const double d = std::min(255.0, block.at(x, y) * gain) - tb.at(x, y);
-        sse += d * d;
-        ++count;
-      }
-  }
-  out.psnr = count > 0 && sse > 0 ? 10 * std::log10(255.0 * 255.0 * count / sse) : 0;
-
-  // Each seam: the windows on either side aligned on their own; and the brightness step
-  // across it beyond the one the scene has.
-  double mis_sum = 0;
-  for (const Capture::Seam& seam : seams) {
-    if (seam.start - kSeamWindow < 0 || seam.end + kSeamWindow > along || blocks == 0) continue;
-    const auto [sx, sy] =
-        shift[static_cast<std::size_t>(std::clamp(seam.start / kBlock, 0, blocks - 1))];
-    auto window = [&](int a, int len) {
-      return horizontal ? p.Crop(a, margin, len, cross - 2 * margin)
-                        : p.Crop(margin, a, cross - 2 * margin, len);
-    };
-    auto truth_at = [&](int a, int len, int dx, int dy) -> LumaView {
-      const int x = (horizontal ? a : margin) + dx, y = (horizontal ? margin : a) + dy;
-      const int w = horizontal ? len : cross - 2 * margin,
-                h = horizontal ? cross - 2 * margin : len;
-      if (x < 0 || y < 0 || x + w > t.width || y + h > t.height) return LumaView{};
-      return t.Crop(x, y, w, h);
-    };
-    const LumaView before = window(seam.start - kSeamWindow, kSeamWindow);
-    const LumaView after = window(seam.end, kSeamWindow);
-    const LumaView tb = truth_at(seam.start - kSeamWindow, kSeamWindow, sx, sy);
-    const LumaView ta = truth_at(seam.end, kSeamWindow, sx, sy);
-    if (tb.data == nullptr || ta.data == nullptr) continue;
-    const double pb = Mean(window(seam.start - kStepWindow, kStepWindow), 1);
-    const double pa = Mean(window(seam.end, kStepWindow), 1);
-    const LumaView tsb = truth_at(seam.start - kStepWindow, kStepWindow, sx, sy);
-    const LumaView tsa = truth_at(seam.end, kStepWindow, sx, sy);
-    if (tsb.data != nullptr && tsa.data != nullptr) {
-      const double step = std::abs(std::log((pa + 1) / (pb + 1)) -
-                                   std::log((Mean(tsa, 1) + 1) / (Mean(tsb, 1) + 1)));
-      out.step = std::max(out.step, 100 * step);
-    }
-    if (Texture(tb) < 4 || Texture(ta) < 4) continue;
-    int x1, y1, x2, y2;
-    const int base_b = horizontal ? seam.start - kSeamWindow : margin;
-    const int base_b_y = horizontal ? margin : seam.start - kSeamWindow;
-    const int base_a = horizontal ? seam.end : margin, base_a_y = horizontal ? margin : seam.end;
-    BestShift(before, t, base_b + sx, base_b_y + sy, 4, 2, &x1, &y1);
-    BestShift(after, t, base_a + sx, base_a_y + sy, 4, 2, &x2, &y2);
-    const double mis = std::max(std::abs((x1 - base_b) - (x2 - base_a)),
-                                std::abs((y1 - base_b_y) - (y2 - base_a_y)));
-    mis_sum += mis;
-    out.seam_max = std::max(out.seam_max, mis);
-    ++out.seams;
-  }
-  out.seam_mean = out.seams > 0 ? mis_sum / out.seams : 0;
+  const TruthComparison c(pano, truth, direction);
+  int ox = 0, oy = 0;
+  if (!c.FindStart(c.horizontal ? frame_w : frame_h, &ox, &oy)) return out;
+  std::vector<std::pair<int, int>> shift;
+  out.psnr = c.ScoreBlocks(ox, oy, &shift);
+  c.ScoreSeams(seams, shift, &out);
   return out;
 }
 

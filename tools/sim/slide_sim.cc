@@ -36,26 +36,13 @@ Rgb Turned(const Rgb& photo) {
 
 }  // namespace
 
-SlideSim::SlideSim(const Rgb& original, const SimOptions& options) : o_(options) {
-  const Rgb turned = o_.direction < 2 ? Rgb{} : Turned(original);
-  const Rgb& photo = o_.direction < 2 ? original : turned;
-  const int fw = o_.width, fh = o_.height;
-  const bool horizontal = o_.direction < 2;
-  if (o_.speed <= 0) o_.speed = std::max(2.0, fw / 40.0);
-  // A 180-degree canvas is three frame widths long (also for vertical sweeps).
-  const double along_needed = 3.0 * fw - (horizontal ? fw : fh) + fw / 32.0 + 12 * o_.speed;
-  if (o_.frames <= 0) o_.frames = static_cast<int>(along_needed / o_.speed) + 12;
+// The path in frame steps along and across the sweep, from 0: steady or varied steps,
+// the too-fast frame and the backward stretch asked for, the hand's wander and drift.
+SlideSim::Steps SlideSim::PlanSteps(double strip) const {
   Rng rng(o_.seed);
-  // Three strips at once is too fast for any sweep.
-  ZMOSSWEEPLAYOUT layout{};
-  ZMOS_GetSweepLayout(fw, fh & ~1, 180, o_.direction, &layout);
-  const double strip = layout.lStripWidth;
-
-  // The path first, in frame steps, then the photograph scaled to hold it.
-  std::vector<std::pair<double, double>> steps;
+  Steps p;
   double along = 0, cross = 0, wander = 0;
-  double min_a = 0, max_a = 0, min_c = 0, max_c = 0;
-  steps.push_back({0, 0});
+  p.at.push_back({0, 0});
   for (int k = 1; k < o_.frames; ++k) {
     double step = o_.steady ? o_.speed : o_.speed * (0.85 + 0.3 * rng.Uniform());
     if (k == o_.too_fast_at) step = 3.0 * strip;
@@ -65,23 +52,19 @@ SlideSim::SlideSim(const Rgb& original, const SimOptions& options) : o_(options)
     if (o_.jitter > 0)
       wander = std::clamp(wander + rng.Normal() * o_.jitter * 0.5, -o_.jitter * 3, o_.jitter * 3);
     cross += o_.drift;
-    steps.push_back({along, cross + wander});
-    min_a = std::min(min_a, along);
-    max_a = std::max(max_a, along);
-    min_c = std::min(min_c, cross + wander);
-    max_c = std::max(max_c, cross + wander);
+    p.at.push_back({along, cross + wander});
+    p.min_a = std::min(p.min_a, along);
+    p.max_a = std::max(p.max_a, along);
+    p.min_c = std::min(p.min_c, cross + wander);
+    p.max_c = std::max(p.max_c, cross + wander);
   }
-  const int margin = 8;
-  const double need_along = max_a - min_a + (horizontal ? fw : fh) + 2 * margin;
-  const double need_cross = max_c - min_c + (horizontal ? fh : fw) + 2 * margin;
-  const double have_along = horizontal ? photo.width : photo.height;
-  const double have_cross = horizontal ? photo.height : photo.width;
-  scale_ = std::max({1.0, need_along / have_along, need_cross / have_cross});
-  if (too_small()) return;  // blurred far beyond a camera's frames: not a fair test
+  return p;
+}
+
+// Y, U and V of the photograph at full resolution (bilinear when scaled).
+void SlideSim::Scale(const Rgb& photo) {
   w_ = static_cast<int>(std::ceil(photo.width * scale_));
   h_ = static_cast<int>(std::ceil(photo.height * scale_));
-
-  // Y, U and V of the photograph at full resolution (bilinear when scaled).
   const std::size_t n = static_cast<std::size_t>(w_) * h_;
   y_.resize(n);
   u_.resize(n);
@@ -108,36 +91,63 @@ SlideSim::SlideSim(const Rgb& original, const SimOptions& options) : o_(options)
       v_[i] = Clamp(0.5 * rgb[0] - 0.418688 * rgb[1] - 0.081312 * rgb[2] + 128);
     }
   }
+}
+
+// The plain stretch: a wall of one colour across the middle of the path.
+void SlideSim::PaintWall() {
+  const bool horizontal = o_.direction < 2;
+  const auto [x0, y0] = path_.front();
+  const auto [x1, y1] = path_.back();
+  const int mid = horizontal ? (x0 + x1 + o_.width) / 2 : (y0 + y1 + o_.height) / 2;
+  const int half = static_cast<int>(o_.plain * (horizontal ? o_.width : o_.height) / 2);
+  for (int y = 0; y < h_; ++y)
+    for (int x = 0; x < w_; ++x) {
+      const int a = horizontal ? x : y;
+      if (a < mid - half || a >= mid + half) continue;
+      const std::size_t i = static_cast<std::size_t>(y) * w_ + x;
+      y_[i] = 170, u_[i] = 120, v_[i] = 136;
+    }
+}
+
+SlideSim::SlideSim(const Rgb& original, const SimOptions& options) : o_(options) {
+  const Rgb turned = o_.direction < 2 ? Rgb{} : Turned(original);
+  const Rgb& photo = o_.direction < 2 ? original : turned;
+  const int fw = o_.width, fh = o_.height;
+  const bool horizontal = o_.direction < 2;
+  if (o_.speed <= 0) o_.speed = std::max(2.0, fw / 40.0);
+  // A 180-degree canvas is three frame widths long (also for vertical sweeps).
+  const double along_needed = 3.0 * fw - (horizontal ? fw : fh) + fw / 32.0 + 12 * o_.speed;
+  if (o_.frames <= 0) o_.frames = static_cast<int>(along_needed / o_.speed) + 12;
+  // Three strips at once is too fast for any sweep.
+  ZMOSSWEEPLAYOUT layout{};
+  ZMOS_GetSweepLayout(fw, fh & ~1, 180, o_.direction, &layout);
+  // The path first, then the photograph scaled to hold it.
+  const Steps steps = PlanSteps(layout.lStripWidth);
+  const int margin = 8;
+  const double need_along = steps.max_a - steps.min_a + (horizontal ? fw : fh) + 2 * margin;
+  const double need_cross = steps.max_c - steps.min_c + (horizontal ? fh : fw) + 2 * margin;
+  const double have_along = horizontal ? photo.width : photo.height;
+  const double have_cross = horizontal ? photo.height : photo.width;
+  scale_ = std::max({1.0, need_along / have_along, need_cross / have_cross});
+  if (too_small()) return;  // blurred far beyond a camera's frames: not a fair test
+  Scale(photo);
 
   // Start where the path fits: the sweep's starting side, centred across it.
   const int extent_along = horizontal ? w_ : h_, extent_cross = horizontal ? h_ : w_;
   const int frame_along = horizontal ? fw : fh, frame_cross = horizontal ? fh : fw;
   const bool forward = o_.direction == 0 || o_.direction == 2;
-  const double start_cross = (extent_cross - frame_cross) / 2.0 - (min_c + max_c) / 2.0;
-  for (const auto& [a, c] : steps) {
+  const double start_cross = (extent_cross - frame_cross) / 2.0 - (steps.min_c + steps.max_c) / 2.0;
+  for (const auto& [a, c] : steps.at) {
     const int pc = static_cast<int>(std::lround(start_cross + c));
     // The path is centred along the photograph, so sweeps of either sense cover the same
     // part of it.
     const double slack = std::max(0.0, (extent_along - need_along) / 2.0);
     const int pos = static_cast<int>(
-        std::lround(forward ? margin + slack + (a - min_a)
-                            : extent_along - frame_along - margin - slack - (a - min_a)));
+        std::lround(forward ? margin + slack + (a - steps.min_a)
+                            : extent_along - frame_along - margin - slack - (a - steps.min_a)));
     path_.push_back(horizontal ? std::make_pair(pos, pc) : std::make_pair(pc, pos));
   }
-  // The plain stretch: a wall of one colour across the middle of the path.
-  if (o_.plain > 0) {
-    const auto [x0, y0] = path_.front();
-    const auto [x1, y1] = path_.back();
-    const int mid = horizontal ? (x0 + x1 + fw) / 2 : (y0 + y1 + fh) / 2;
-    const int half = static_cast<int>(o_.plain * (horizontal ? fw : fh) / 2);
-    for (int y = 0; y < h_; ++y)
-      for (int x = 0; x < w_; ++x) {
-        const int a = horizontal ? x : y;
-        if (a < mid - half || a >= mid + half) continue;
-        const std::size_t i = static_cast<std::size_t>(y) * w_ + x;
-        y_[i] = 170, u_[i] = 120, v_[i] = 136;
-      }
-  }
+  if (o_.plain > 0) PaintWall();
 }
 
 Yuv420 SlideSim::Frame(int k) const {

@@ -57,6 +57,15 @@ class SlideSim {
   bool WriteTruth(const std::string& path, std::string* error) const;
 
  private:
+  // Steps along and across the sweep and their extremes.
+  struct Steps {
+    std::vector<std::pair<double, double>> at;
+    double min_a = 0, max_a = 0, min_c = 0, max_c = 0;
+  };
+  Steps PlanSteps(double strip) const;
+  void Scale(const Rgb& photo);
+  void PaintWall();
+
   SimOptions o_;
   int w_ = 0, h_ = 0;
   double scale_ = 1;
