@@ -115,6 +115,69 @@ void DownSampleSemiPlanar(const ZMOSIMAGE& src, const ZMOSRECT& s, ZMOSIMAGE& ds
   }
 }
 
+// A reduction of a source rectangle `s` onto a target rectangle `d`, `scale_x` x `scale_y`
+// source pixels a target pixel, where one of the two images is packed.
+struct Reduction {
+  const ZMOSIMAGE& src_img;
+  const ZMOSRECT& s;
+  const ZMOSIMAGE& dst_img;
+  const ZMOSRECT& d;
+  std::int32_t scale_x, scale_y;
+  const Sampler& src;
+
+  // The source pixel of target pixel (tx, ty); false outside the source.
+  bool Source(std::int32_t tx, std::int32_t ty, std::int32_t* sx, std::int32_t* sy) const {
+    *sx = s.lLeft + (tx - d.lLeft) * scale_x;
+    *sy = s.lTop + (ty - d.lTop) * scale_y;
+    return *sx >= 0 && *sy >= 0 && *sx < src_img.lWidth && *sy < src_img.lHeight;
+  }
+
+  // Luma of every target pixel in [x0, x1) x [y0, y1), with the chroma pair of a packed
+  // target beside it.
+  void Luma(std::int32_t x0, std::int32_t y0, std::int32_t x1, std::int32_t y1) const {
+    const bool packed = Sampler{dst_img}.packed();
+    for (std::int32_t ty = y0; ty < y1; ++ty) {
+      std::uint8_t* drow = dst_img.pPlane[0] + std::int64_t{ty} * dst_img.lPitch[0];
+      for (std::int32_t tx = x0; tx < x1; ++tx) {
+        std::int32_t sx, sy;
+        if (!Source(tx, ty, &sx, &sy)) continue;
+        const std::uint8_t y = src.Luma(sx, sy);
+        if (!packed) {
+          drow[tx] = y;
+          continue;
+        }
+        drow[2 * tx] = y;
+        if ((tx & 1) == 0) {
+          std::uint8_t u, v;
+          PairChroma(src, sx, sy, scale_x, &u, &v);
+          drow[2 * tx + 1] = dst_img.dwFormat == ZMOS_FORMAT_YUV422_501 ? u : v;
+          if (tx + 1 < Even(dst_img.lWidth))
+            drow[2 * tx + 3] = dst_img.dwFormat == ZMOS_FORMAT_YUV422_501 ? v : u;
+        }
+      }
+    }
+  }
+
+  // Chroma of a semi-planar target: one pair per 2 x 2 block (2 x 1 for 0x803).
+  void SemiPlanarChroma(std::int32_t x0, std::int32_t y0, std::int32_t x1, std::int32_t y1) const {
+    const bool full_rows = dst_img.dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803;
+    for (std::int32_t ty = y0; ty < y1; ty += full_rows ? 1 : 2) {
+      if (!full_rows && (ty & 1)) ++ty;
+      if (ty >= y1) break;
+      std::uint8_t* crow =
+          dst_img.pPlane[1] + std::int64_t{full_rows ? ty : ty / 2} * dst_img.lPitch[1];
+      for (std::int32_t tx = x0 + (x0 & 1); tx < x1; tx += 2) {
+        std::int32_t sx, sy;
+        if (!Source(tx, ty, &sx, &sy)) continue;
+        std::uint8_t u, v;
+        PairChroma(src, sx, sy, scale_x, &u, &v);
+        crow[tx] = dst_img.dwFormat == ZMOS_FORMAT_NV21 ? v : u;
+        crow[tx + 1] = dst_img.dwFormat == ZMOS_FORMAT_NV21 ? u : v;
+      }
+    }
+  }
+};
+
 bool Sampleable(const ZMOSIMAGE& img) {
   const std::uint32_t f = img.dwFormat;
   if (img.pPlane[0] == nullptr) return false;
@@ -278,47 +341,9 @@ int32_t DownSampleImage(const ZMOSIMAGE* pSrc, const ZMOSRECT* pSrcRect, ZMOSIMA
     DownSampleSemiPlanar(*pSrc, s, *pDst, d, lScaleX, lScaleY, x0, y0, x1, y1);
     return ZMOS_OK;
   }
-  auto source = [&](std::int32_t tx, std::int32_t ty, std::int32_t* sx, std::int32_t* sy) {
-    *sx = s.lLeft + (tx - d.lLeft) * lScaleX;
-    *sy = s.lTop + (ty - d.lTop) * lScaleY;
-    return *sx >= 0 && *sy >= 0 && *sx < pSrc->lWidth && *sy < pSrc->lHeight;
-  };
-  for (std::int32_t ty = y0; ty < y1; ++ty) {
-    std::uint8_t* drow = pDst->pPlane[0] + std::int64_t{ty} * pDst->lPitch[0];
-    for (std::int32_t tx = x0; tx < x1; ++tx) {
-      std::int32_t sx, sy;
-      if (!source(tx, ty, &sx, &sy)) continue;
-      const std::uint8_t y = src.Luma(sx, sy);
-      if (dst.packed()) {
-        drow[2 * tx] = y;
-        if ((tx & 1) == 0) {
-          std::uint8_t u, v;
-          PairChroma(src, sx, sy, lScaleX, &u, &v);
-          drow[2 * tx + 1] = pDst->dwFormat == ZMOS_FORMAT_YUV422_501 ? u : v;
-          if (tx + 1 < Even(pDst->lWidth))
-            drow[2 * tx + 3] = pDst->dwFormat == ZMOS_FORMAT_YUV422_501 ? v : u;
-        }
-      } else {
-        drow[tx] = y;
-      }
-    }
-  }
-  if (dst.packed()) return ZMOS_OK;
-  // Chroma of the semi-planar target: one pair per 2 x 2 block (2 x 1 for 0x803).
-  const bool full_rows = pDst->dwFormat == ZMOS_FORMAT_SEMIPLANAR422_803;
-  for (std::int32_t ty = y0; ty < y1; ty += full_rows ? 1 : 2) {
-    if (!full_rows && (ty & 1)) ++ty;
-    if (ty >= y1) break;
-    std::uint8_t* crow = pDst->pPlane[1] + std::int64_t{full_rows ? ty : ty / 2} * pDst->lPitch[1];
-    for (std::int32_t tx = x0 + (x0 & 1); tx < x1; tx += 2) {
-      std::int32_t sx, sy;
-      if (!source(tx, ty, &sx, &sy)) continue;
-      std::uint8_t u, v;
-      PairChroma(src, sx, sy, lScaleX, &u, &v);
-      crow[tx] = pDst->dwFormat == ZMOS_FORMAT_NV21 ? v : u;
-      crow[tx + 1] = pDst->dwFormat == ZMOS_FORMAT_NV21 ? u : v;
-    }
-  }
+  const Reduction red{*pSrc, s, *pDst, d, lScaleX, lScaleY, src};
+  red.Luma(x0, y0, x1, y1);
+  if (!dst.packed()) red.SemiPlanarChroma(x0, y0, x1, y1);
   return ZMOS_OK;
 }
 

@@ -82,6 +82,54 @@ std::int64_t TrackerBytes(std::int32_t width, std::int32_t height, std::int32_t 
 
 using namespace lumivex::track;
 
+namespace {
+
+// A new tracker's blocks, in this order: the projection buffers of each kind, scratch for
+// the matchers, the rectangles and the results. False when any of them cannot be had.
+bool AllocBlocks(ZMOSVideoTracker* t) {
+  bool ok = true;
+  if (t->lHoriCount > 0) {
+    t->ppCurHori = AllocBufferBlock(t->hMemMgr, t->lHoriCount, t->lWidth);
+    t->ppPrevHori = t->ppCurHori != nullptr ? t->ppCurHori + t->lHoriCount : nullptr;
+    ok = t->ppCurHori != nullptr;
+  }
+  if (ok && t->lVertCount > 0) {
+    t->ppCurVert = AllocBufferBlock(t->hMemMgr, t->lVertCount, t->lHeight);
+    t->ppPrevVert = t->ppCurVert != nullptr ? t->ppCurVert + t->lVertCount : nullptr;
+    ok = t->ppCurVert != nullptr;
+  }
+  const std::int32_t longest = std::max(t->lWidth, t->lHeight);
+  if (ok && std::int64_t{longest} * 16 <= INT32_MAX) {
+    auto* scratch = static_cast<std::uint32_t*>(MMemAlloc(t->hMemMgr, 16 * longest));
+    for (int k = 0; k < 4 && scratch != nullptr; ++k) t->pScratch[k] = scratch + k * longest;
+    ok = scratch != nullptr;
+  } else {
+    ok = false;
+  }
+  // Rectangles and results are zeroed, and the result block has a spare entry of each
+  // kind: a run over a tracker without rectangles of one kind reports entry 0 of it.
+  const std::int32_t rects = t->lHoriCount + t->lVertCount;
+  if (ok) {
+    t->pHoriRects = static_cast<ZMOSRECT*>(
+        MMemAlloc(t->hMemMgr, static_cast<std::int32_t>(std::max(rects, 1) * sizeof(ZMOSRECT))));
+    ok = t->pHoriRects != nullptr;
+  }
+  if (ok) {
+    MMemSet(t->pHoriRects, 0, static_cast<std::int32_t>(std::max(rects, 1) * sizeof(ZMOSRECT)));
+    t->pVertRects = t->pHoriRects + t->lHoriCount;
+    const auto bytes = static_cast<std::int32_t>((rects + 2) * sizeof(std::int32_t));
+    t->plHoriResult = static_cast<std::int32_t*>(MMemAlloc(t->hMemMgr, bytes));
+    ok = t->plHoriResult != nullptr;
+    if (ok) {
+      MMemSet(t->plHoriResult, 0, bytes);
+      t->plVertResult = t->plHoriResult + t->lHoriCount;
+    }
+  }
+  return ok;
+}
+
+}  // namespace
+
 extern "C" {
 
 int32_t ZMOSLayoutPlain_PBM(ZMOSVideoTracker* t) {
@@ -166,45 +214,7 @@ int32_t ZMOSCreateVideoTrackerNxN_PBM(ZMOSVideoTracker** phTracker, int32_t lWid
   t->lHoriCount = lHoriCount;
   t->lVertCount = lVertCount;
 
-  bool ok = true;
-  if (lHoriCount > 0) {
-    t->ppCurHori = AllocBufferBlock(hMemMgr, lHoriCount, lWidth);
-    t->ppPrevHori = t->ppCurHori != nullptr ? t->ppCurHori + lHoriCount : nullptr;
-    ok = t->ppCurHori != nullptr;
-  }
-  if (ok && lVertCount > 0) {
-    t->ppCurVert = AllocBufferBlock(hMemMgr, lVertCount, lHeight);
-    t->ppPrevVert = t->ppCurVert != nullptr ? t->ppCurVert + lVertCount : nullptr;
-    ok = t->ppCurVert != nullptr;
-  }
-  const std::int32_t longest = std::max(lWidth, lHeight);
-  if (ok && std::int64_t{longest} * 16 <= INT32_MAX) {
-    auto* scratch = static_cast<std::uint32_t*>(MMemAlloc(hMemMgr, 16 * longest));
-    for (int k = 0; k < 4 && scratch != nullptr; ++k) t->pScratch[k] = scratch + k * longest;
-    ok = scratch != nullptr;
-  } else {
-    ok = false;
-  }
-  // Rectangles and results are zeroed, and the result block has a spare entry of each
-  // kind: a run over a tracker without rectangles of one kind reports entry 0 of it.
-  const std::int32_t rects = lHoriCount + lVertCount;
-  if (ok) {
-    t->pHoriRects = static_cast<ZMOSRECT*>(
-        MMemAlloc(hMemMgr, static_cast<std::int32_t>(std::max(rects, 1) * sizeof(ZMOSRECT))));
-    ok = t->pHoriRects != nullptr;
-  }
-  if (ok) {
-    MMemSet(t->pHoriRects, 0, static_cast<std::int32_t>(std::max(rects, 1) * sizeof(ZMOSRECT)));
-    t->pVertRects = t->pHoriRects + lHoriCount;
-    const auto bytes = static_cast<std::int32_t>((rects + 2) * sizeof(std::int32_t));
-    t->plHoriResult = static_cast<std::int32_t*>(MMemAlloc(hMemMgr, bytes));
-    ok = t->plHoriResult != nullptr;
-    if (ok) {
-      MMemSet(t->plHoriResult, 0, bytes);
-      t->plVertResult = t->plHoriResult + lHoriCount;
-    }
-  }
-  if (!ok) {
+  if (!AllocBlocks(t)) {
     FreeBlocks(t);
     return ZMOS_ERR_NO_MEMORY;
   }
