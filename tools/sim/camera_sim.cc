@@ -418,6 +418,30 @@ void NoiseReduction(double gain, int w, int h, std::vector<float>* rgb) {
   });
 }
 
+namespace {
+
+// Metering, centre-weighted, on the tone-mapped luma of every `step`-th line and column
+// of a w x h linear image; *clipped is the share of those pixels at white.
+double Meter(const std::vector<float>& rgb, int w, int h, int step, double* clipped) {
+  double sum = 0, weights = 0;
+  std::size_t white = 0, all = 0;
+  for (int y = 0; y < h; y += step)
+    for (int x = 0; x < w; x += step) {
+      const float* c = &rgb[(static_cast<std::size_t>(y) * w + x) * 3];
+      const double luma = ToneCurve(0.299f * c[0] + 0.587f * c[1] + 0.114f * c[2]);
+      ++all;
+      const double dx = (x + 0.5) / w - 0.5, dy = (y + 0.5) / h - 0.5;
+      const double weight = 1 + 2 * std::max(0.0, 1 - 4 * (dx * dx + dy * dy));
+      sum += weight * luma;
+      weights += weight;
+      white += c[0] >= 1 && c[1] >= 1 && c[2] >= 1;
+    }
+  *clipped = static_cast<double>(white) / static_cast<double>(all);
+  return sum / weights;
+}
+
+}  // namespace
+
 // The sensor's output in linear light, clipped to [0, 1], for every `stride`-th pixel.
 // Returns the centre-weighted mean luma after the tone curve (what the exposure loop
 // meters); *clipped is the share of pixels at white.
@@ -480,24 +504,7 @@ double CameraSim::RenderLinear(int frame, double exposure, int stride, std::vect
       }
     }
   });
-  // Metering, centre-weighted, on the tone-mapped luma (of every other line and column:
-  // plenty for a mean).
-  const int step = stride == 1 ? 2 : 1;
-  double sum = 0, weights = 0;
-  std::size_t white = 0, all = 0;
-  for (int y = 0; y < h; y += step)
-    for (int x = 0; x < w; x += step) {
-      const float* c = &(*rgb)[(static_cast<std::size_t>(y) * w + x) * 3];
-      const double luma = ToneCurve(0.299f * c[0] + 0.587f * c[1] + 0.114f * c[2]);
-      ++all;
-      const double dx = (x + 0.5) / w - 0.5, dy = (y + 0.5) / h - 0.5;
-      const double weight = 1 + 2 * std::max(0.0, 1 - 4 * (dx * dx + dy * dy));
-      sum += weight * luma;
-      weights += weight;
-      white += c[0] >= 1 && c[1] >= 1 && c[2] >= 1;
-    }
-  *clipped = static_cast<double>(white) / static_cast<double>(all);
-  return sum / weights;
+  return Meter(*rgb, w, h, stride == 1 ? 2 : 1, clipped);
 }
 
 bool CameraSim::Next(Yuv420* frame) {
