@@ -21,12 +21,7 @@ using lumivex::test::Frame;
 using lumivex::test::Plane8;
 using lumivex::test::Rng;
 
-// The camera handler's work-buffer formula for N frames (clamped to 30).
-std::int32_t WorkBufferSize(std::int32_t w, std::int32_t h, std::int32_t n = 30) {
-  const std::int64_t land = 3LL * w * h + (n + 5) * ((h * ((h / 5) & ~3) * 3LL) / 2) + 16 * (n + 8);
-  const std::int64_t port = 3LL * w * h + (n + 5) * ((w * ((w / 5) & ~3) * 3LL) / 2) + 16 * (n + 8);
-  return static_cast<std::int32_t>(std::max(land, port));
-}
+using lumivex::test::HandlerWorkBufferSize;
 
 constexpr std::uint8_t kOutside = 0x6B;
 
@@ -36,7 +31,7 @@ class Capture {
   Capture(std::int32_t w, std::int32_t h, std::int32_t buffer_size = 0)
       : w_(w),
         h_(h),
-        size_(buffer_size > 0 ? buffer_size : WorkBufferSize(w, h)),
+        size_(buffer_size > 0 ? buffer_size : HandlerWorkBufferSize(w, h)),
         buffer_(size_ + 2 * kGuard, kOutside) {
     ZMOSINITPARAM param{buffer_.data() + kGuard, size_, 180, w, h, w, h};
     init_result_ = ZMOS_Init(&param, &engine_);
@@ -399,7 +394,7 @@ TEST_F(EngineCapture, FailuresAndFallbacks) {
 }
 
 TEST(EngineApi, ArgumentChecksAndDirectionFlags) {
-  std::vector<std::uint8_t> buffer(WorkBufferSize(640, 480));
+  std::vector<std::uint8_t> buffer(HandlerWorkBufferSize(640, 480));
   ZMOSSWEEPSTITCHER* engine = nullptr;
   ZMOSINITPARAM param{
       buffer.data(), static_cast<std::int32_t>(buffer.size()), 180, 640, 480, 640, 480};
@@ -450,7 +445,7 @@ TEST_F(EngineCapture, RepeatedCapturesAndShortWorkBuffers) {
     EXPECT_EQ(out.stitch, 0);
     EXPECT_EQ(ZMOSIsResultNarrow_SWT(cap.engine()), 0);
   }
-  const std::int32_t full = WorkBufferSize(320, 240);
+  const std::int32_t full = HandlerWorkBufferSize(320, 240);
   for (std::int32_t size :
        {64, 1024, 20000, 100000, 200000, 300000, 400000, 500000, 600000, full}) {
     SCOPED_TRACE(testing::Message() << "work buffer " << size);
