@@ -32,7 +32,8 @@ cmake_args() {
   case "$1" in
     native) echo "-DCMAKE_BUILD_TYPE=Release" ;;
     reference) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_SIMD=OFF -DLUMIVEX_BUILD_TOOLS=OFF" ;;
-    sanitize) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_SANITIZE=ON" ;;
+    # The fuzz configuration replays the corpora under the same sanitizers.
+    sanitize) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_SANITIZE=ON -DLUMIVEX_FUZZ_REPLAY=OFF" ;;
     tsan) echo "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DLUMIVEX_TSAN=ON -DLUMIVEX_BUILD_TOOLS=OFF" \
                "-DLUMIVEX_BUILD_JNI=OFF" ;;
     arm) echo "-DCMAKE_BUILD_TYPE=Release -DLUMIVEX_BUILD_TOOLS=OFF" \
