@@ -17,6 +17,10 @@ cp -r "$work/tree" "$work/pristine"
 cmake -S "$work/tree" -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DLUMIVEX_DATA_DIR="${LUMIVEX_DATA_DIR:-$root/../shared/data}" >/dev/null
 cmake --build "$work/build" >/dev/null 2>&1 || { echo "the unmutated tree does not build"; exit 2; }
+excluded='^(android_abi_compile|installed_package_example)$'
+# A fault is only noticed against a suite that passes without it.
+ctest --test-dir "$work/build" -j "$(nproc)" --timeout 300 -E "$excluded" >"$work/unmutated.log" 2>&1 ||
+  { echo "the unmutated tree fails its tests (see $work/unmutated.log)"; exit 2; }
 
 mapfile -t lines < <(grep -v '^#' "$root/scripts/mutations.txt" | grep -v '^\s*$')
 wanted=("$@")
@@ -45,7 +49,7 @@ PY
   if ! cmake --build "$work/build" >/dev/null 2>&1; then
     verdict=killed  # by the compiler
   elif timeout "$seconds" ctest --test-dir "$work/build" -j "$(nproc)" --timeout 300 \
-      -E '^(android_abi_compile|installed_package_example)$' \
+      -E "$excluded" \
       >"$work/mutant-$n.log" 2>&1; then
     verdict=SURVIVED
   else
