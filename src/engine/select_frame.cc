@@ -344,7 +344,8 @@ std::int64_t WorkBufferBytes(std::int32_t width, std::int32_t height, std::int32
       const std::int32_t pano_h = horizontal ? height : length;
       std::int64_t preview = 0;
       if (format == ZMOS_FORMAT_NV21) {
-        for (const std::uint32_t ui : {0x501u, 0x801u, 0x802u})
+        for (const std::uint32_t ui :
+             {ZMOS_FORMAT_YUV422_501, ZMOS_FORMAT_SEMIPLANAR420_801, ZMOS_FORMAT_NV21})
           preview = std::max(preview, image::ImageBytes((pano_w / kPreviewScale) & ~1,
                                                         (pano_h / kPreviewScale) & ~1, ui));
       }

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 
+#include "src/platform/direction.h"
 #include "tools/capture/capture.h"
 #include "tools/io/image_files.h"
 #include "tools/sim/codec.h"
@@ -85,7 +86,7 @@ struct TruthComparison {
       : p{pano.y(), pano.width(), pano.height(), pano.width()},
         t{truth.y.data(), truth.width, truth.height, truth.width},
         horizontal(direction < 2),
-        at_end(direction == 1 || direction == 3),
+        at_end(!lumivex::IsForward(direction)),
         along(horizontal ? p.width : p.height),
         cross(horizontal ? p.height : p.width),
         margin(cross / 12) {}

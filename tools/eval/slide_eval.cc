@@ -94,7 +94,8 @@ void ScorePanorama(const Yuv420& pano, const SlideSim& sim, int x, int y, Score*
   s->chroma_psnr = PsnrOf(chroma, nc);
   for (std::size_t b = 0; b < got.size(); ++b)
     // In % of full scale: a ratio would make any change of a near-black block huge.
-    if (count[b] > 0) s->drift = std::max(s->drift, 100 * std::abs(got[b] - want[b]) / count[b] / 255);
+    if (count[b] > 0)
+      s->drift = std::max(s->drift, 100 * std::abs(got[b] - want[b]) / count[b] / 255);
 }
 
 Score Capture1(const SlideSim& sim, const std::string& photo_name, const std::string& name,
@@ -143,8 +144,10 @@ Score Capture1(const SlideSim& sim, const std::string& photo_name, const std::st
     s.track_mean = n > 0 ? sum / n : 0;
     if (!cap.narrow() && s.pano_width > 0) {
       const int fw = options.width, fh = options.height;
-      const int ex = options.direction == 1 ? x0 + fw - s.pano_width : x0;
-      const int ey = options.direction == 3 ? y0 + fh - s.pano_height : y0;
+      const int ex =
+          options.direction == ZMOS_DIRECTION_RIGHT_TO_LEFT ? x0 + fw - s.pano_width : x0;
+      const int ey =
+          options.direction == ZMOS_DIRECTION_BOTTOM_TO_TOP ? y0 + fh - s.pano_height : y0;
       const auto [ax, ay] = Align(cap.panorama(), sim, ex, ey);
       ScorePanorama(cap.panorama(), sim, ax, ay, &s);
     }

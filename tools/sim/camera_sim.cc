@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <thread>
 
+#include "lumivex/select.h"
 #include "tools/sim/rng.h"
 
 namespace lumivex::tools {
@@ -23,6 +24,10 @@ constexpr double kFullWell = 5000, kReadNoise = 2.5;
 constexpr double kTargetLuma = 112, kLoopRate = 0.35, kDeadBand = 0.04;
 // Path samples a second.
 constexpr double kPathRate = 1000;
+// Right to left turns to smaller yaw, top to bottom to smaller pitch.
+constexpr bool TurnsNegative(int direction) {
+  return direction == ZMOS_DIRECTION_RIGHT_TO_LEFT || direction == ZMOS_DIRECTION_TOP_TO_BOTTOM;
+}
 // The hand holds still this long (s) before the sweep, which takes this long to reach speed.
 constexpr double kStill = 0.3, kRamp = 0.4;
 
@@ -315,13 +320,13 @@ CameraSim::CameraSim(const Rgb& photo, const CameraSimOptions& options) : option
   frames_ = std::max(1, static_cast<int>(duration * options_.fps));
   // Where the sweep starts: anywhere round a full panorama, else so that it fits.
   if (options_.start > 1e8) {
-    const double sign = options_.direction == 1 || options_.direction == 2 ? -1 : 1;
+    const double sign = TurnsNegative(options_.direction) ? -1 : 1;
     if (horizontal) {
       options_.start =
           sc.wrap ? rng.Uniform(-180, 180) : -sign * std::min(reach, options_.pano_hfov) / 2;
     } else {
       // Up from the ground past the horizon; down from a little above it.
-      options_.start = options_.direction == 3 ? -75 : 20;
+      options_.start = options_.direction == ZMOS_DIRECTION_BOTTOM_TO_TOP ? -75 : 20;
     }
   }
   truth_.reserve(static_cast<std::size_t>(frames_));
@@ -345,7 +350,7 @@ CameraSim::Pose CameraSim::PoseAt(double t) const {
 CameraSim::Rotation CameraSim::RotationAt(double t) const {
   const Pose p = PoseAt(t);
   const bool horizontal = options_.direction < 2;
-  const double sign = options_.direction == 1 || options_.direction == 2 ? -1 : 1;
+  const double sign = TurnsNegative(options_.direction) ? -1 : 1;
   double yaw, pitch;
   if (horizontal) {
     yaw = options_.start + sign * p.along;
@@ -536,7 +541,7 @@ bool CameraSim::Next(Yuv420* frame) {
   t.time = LineTime(k, options_.width / 2.0, options_.height / 2.0);
   const Pose p = PoseAt(t.time);
   const bool horizontal = options_.direction < 2;
-  const double sign = options_.direction == 1 || options_.direction == 2 ? -1 : 1;
+  const double sign = TurnsNegative(options_.direction) ? -1 : 1;
   t.yaw = horizontal ? options_.start + sign * p.along : p.cross;
   t.pitch = horizontal ? p.cross : options_.start + sign * p.along;
   t.roll = p.roll;

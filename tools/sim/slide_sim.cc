@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "lumivex/lumivex.h"
+#include "src/platform/direction.h"
 
 namespace lumivex::tools {
 namespace {
@@ -135,7 +136,7 @@ SlideSim::SlideSim(const Rgb& original, const SimOptions& options) : o_(options)
   // Start where the path fits: the sweep's starting side, centred across it.
   const int extent_along = horizontal ? w_ : h_, extent_cross = horizontal ? h_ : w_;
   const int frame_along = horizontal ? fw : fh, frame_cross = horizontal ? fh : fw;
-  const bool forward = o_.direction == 0 || o_.direction == 2;
+  const bool forward = lumivex::IsForward(o_.direction);
   const double start_cross = (extent_cross - frame_cross) / 2.0 - (steps.min_c + steps.max_c) / 2.0;
   for (const auto& [a, c] : steps.at) {
     const int pc = static_cast<int>(std::lround(start_cross + c));
