@@ -124,9 +124,9 @@ for config in "${configs[@]}"; do
   fi
   echo "== $config: test"
   # shellcheck disable=SC2046
-  # Under ThreadSanitizer the thread test runs 4 rounds (256 captures in 4 threads), under
-  # qemu one.
-  LUMIVEX_THREAD_ROUNDS=$(case $config in tsan) echo 4 ;; arm*) echo 1 ;; *) echo 2 ;; esac) \
+  # The thread test runs one round (64 captures in 4 threads) under ThreadSanitizer, which
+  # sees a race the first time both sides of it run, and under qemu; two elsewhere.
+  LUMIVEX_THREAD_ROUNDS=$(case $config in tsan | arm*) echo 1 ;; *) echo 2 ;; esac) \
   ctest --test-dir "$dir" -j "$jobs" --output-on-failure --timeout 900 $(test_filter "$config") 2>&1 |
     tee -a "$log" |
     grep -E '^(\s*[0-9]+/[0-9]+ Test|[0-9]+% tests passed|The following tests|\s+[0-9]+ - )' |
