@@ -10,8 +10,8 @@
 #include "lumivex/image.h"
 #include "src/image/format.h"
 #include "src/image/image_internal.h"
-#include "src/kernels/row_kernels.h"
 #include "src/kernels/kernels.h"
+#include "src/kernels/row_kernels.h"
 
 namespace lumivex::image {
 namespace {

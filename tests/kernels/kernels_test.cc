@@ -289,7 +289,8 @@ std::uint32_t BlockSadModel(const std::uint8_t* a, std::ptrdiff_t as, const std:
   for (int y = 0; y < rows; ++y) {
     if (y > 0 && y % 8 == 0 && sum >= limit) break;
     for (int x = 0; x < n; ++x)
-      sum += static_cast<std::uint32_t>(std::abs(std::clamp(a[y * as + x] + bias, 0, 255) - b[y * bs + x]));
+      sum += static_cast<std::uint32_t>(
+          std::abs(std::clamp(a[y * as + x] + bias, 0, 255) - b[y * bs + x]));
   }
   return sum;
 }
@@ -306,7 +307,8 @@ TEST_P(Kernels, BlockSadStopsOnlyWhereTheModelDoes) {
     Guarded a(abytes), b(bbytes);
     Fill(a.bytes(), abytes, rng, trial);
     Fill(b.bytes(), bbytes, rng, trial + 1);
-    const std::uint32_t full = BlockSadModel(a.bytes(), as, b.bytes(), bs, rows, n, bias, UINT32_MAX);
+    const std::uint32_t full =
+        BlockSadModel(a.bytes(), as, b.bytes(), bs, rows, n, bias, UINT32_MAX);
     const std::uint32_t limit = trial % 4 == 0 ? UINT32_MAX : rng.Next() % (full + 2);
     const std::uint32_t want = BlockSadModel(a.bytes(), as, b.bytes(), bs, rows, n, bias, limit);
     ASSERT_EQ(fast().block_sad(a.bytes(), as, b.bytes(), bs, rows, n, bias, limit), want)
