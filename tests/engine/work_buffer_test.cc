@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "lumivex/lumivex.h"
+#include "src/engine/sweep_stitcher.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -151,6 +152,53 @@ TEST(WorkBufferSize, TheBindingsBufferIsLargeEnough) {
       ASSERT_EQ(ZMOS_GetWorkBufferSize(w, h, 180, &size), 0) << w << "x" << h;
       EXPECT_GE(lumivex::test::HandlerWorkBufferSize(w, h), size) << w << "x" << h;
     }
+  }
+}
+
+// The layout a host is told: a frame is kept past W x 14 / 1280 pixels, each lays a strip
+// of W x 120 / 1280 rounded down to even, travel past a strip (ten pixels less across a
+// vertical sweep's shorter strips) is too fast, the seam halves the frame along the sweep
+// (to an even row on vertical sweeps), and the canvas is the frame across the sweep.
+TEST(SweepLayout, FollowsItsRulesForEveryFrameSize) {
+  for (int w = 160; w <= 4096; w += 2) {
+    const int h = (w * 3 / 4) & ~1;
+    for (int dir = 0; dir < 4; ++dir) {
+      ZMOSSWEEPLAYOUT l{};
+      ASSERT_EQ(ZMOS_GetSweepLayout(w, h, 180, dir, &l), 0) << w << "x" << h;
+      const bool horizontal = dir < 2;
+      const int strip = (w * 120 / 1280) / 2 * 2;
+      ASSERT_EQ(l.lMinStep, w * 14 / 1280) << w;
+      ASSERT_EQ(l.lStripWidth, strip) << w;
+      ASSERT_EQ(l.lMaxStep, horizontal ? strip : strip - 10) << w;
+      ASSERT_EQ(l.lSeam, horizontal ? w / 2 : h / 2 / 2 * 2) << w;
+      ASSERT_EQ(horizontal ? l.lCanvasHeight : l.lCanvasWidth, horizontal ? h : w) << w;
+    }
+  }
+}
+
+// A capture lays out what the host was told.
+TEST(SweepLayout, IsWhatTheCaptureLaysOut) {
+  const Plane8* scene = lumivex::test::Photo();
+  LUMIVEX_REQUIRE_PHOTO(scene == nullptr);
+  for (const auto& [w, h] : {std::array{640, 480}, std::array{1280, 720}}) {
+    std::vector<std::uint8_t> work(lumivex::test::HandlerWorkBufferSize(w, h));
+    ZMOSINITPARAM param{work.data(), static_cast<std::int32_t>(work.size()), 180, w, h, w, h};
+    ZMOSSWEEPSTITCHER* engine = nullptr;
+    ASSERT_EQ(ZMOS_Init(&param, &engine), 0);
+    std::int32_t offset[2], kept = 0, flags[4], angle = 0;
+    for (int k = 0; k < 12; ++k) {
+      Frame frame(*scene, 200 + 12 * k, 900, w, h);
+      ASSERT_EQ(ZMOS_SelectFrames(engine, frame.get(), frame.get(), offset, &kept, flags, &angle),
+                0);
+    }
+    ZMOSSWEEPLAYOUT l{};
+    ASSERT_EQ(ZMOS_GetSweepLayout(w, h, 180, ZMOS_DIRECTION_LEFT_TO_RIGHT, &l), 0);
+    EXPECT_EQ(engine->lDirection, ZMOS_DIRECTION_LEFT_TO_RIGHT);
+    EXPECT_EQ(engine->lStep, l.lMinStep);
+    EXPECT_EQ(engine->lStripWidth, l.lStripWidth);
+    EXPECT_EQ(engine->lPanoWidth, l.lCanvasWidth);
+    EXPECT_EQ(engine->lPanoHeight, l.lCanvasHeight);
+    ZMOS_UnInit(&engine);
   }
 }
 
