@@ -77,8 +77,16 @@ TEST_F(ImageObjects, CropRefusesWhatDoesNotFitOrIsInvalid) {
   EXPECT_TRUE(tight.GuardsIntact());
 
   GuardedImage img(ZMOS_FORMAT_NV21, 32, 16);
-  for (const ZMOSRECT bad : {ZMOSRECT{-1, 0, 8, 8}, ZMOSRECT{0, 0, 33, 8}, ZMOSRECT{5, 5, 4, 8}})
+  // Each refused by the rectangle check alone (even sizes the layout would take), or also
+  // by the layout.
+  const ZMOSIMAGE whole = *img.get();
+  for (const ZMOSRECT bad :
+       {ZMOSRECT{-2, 0, 8, 8}, ZMOSRECT{0, -2, 8, 8}, ZMOSRECT{0, 0, 34, 8}, ZMOSRECT{0, 0, 8, 18},
+        ZMOSRECT{-1, 0, 8, 8}, ZMOSRECT{0, 0, 33, 8}, ZMOSRECT{5, 5, 4, 8}}) {
     EXPECT_EQ(ZMOSCropImage_AOD(img.get(), &bad), 2);
+    EXPECT_EQ(img.get()->lWidth, whole.lWidth);
+    EXPECT_EQ(img.get()->pPlane[0], whole.pPlane[0]);
+  }
   EXPECT_EQ(ZMOSCropImage_AOD(nullptr, &rect), 2);
   EXPECT_EQ(ZMOSCropImageContinueBuffer_AOD(img.get(), nullptr), 2);
   ZMOSIMAGE unknown{0x999, 8, 8, {}, {}};
