@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "src/image/format.h"
 #include "src/kernels/kernels.h"
 #include "src/stitch/blend_internal.h"
 
@@ -295,46 +294,6 @@ std::int32_t InterleavedChroma(ZMOSIMAGE& first, const ZMOSIMAGE& second, const 
   return ZMOS_OK;
 }
 
-// Luminance of planar and semi-planar overlaps, row by row across the seam: each row fades
-// from the first image to the second around the seam's column `path[r]`.
-void BlendLumaRows(ZMOSIMAGE& first, const ZMOSRECT& r1, const ZMOSIMAGE& second,
-                   const ZMOSRECT& r2, std::int32_t h, std::int32_t w_overlap,
-                   const std::int32_t* path, std::int32_t band, std::int32_t lSide) {
-  const auto [min_p, max_p] = std::minmax_element(path, path + h);
-  const PlaneView a = ViewOf(first, 0), b = ViewOf(second, 0);
-  const RowRange rows = CommonRows(a, r1.lTop, b, r2.lTop, h);
-  const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
-  const SeamRows blend(w_overlap, b.row_bytes - std::int64_t{r2.lLeft}, band, lSide, &fade);
-  auto first_row = [&](std::int64_t r) { return a.Row(r1.lTop + r) + r1.lLeft; };
-  auto second_row = [&](std::int64_t r) { return b.Row(r2.lTop + r) + r2.lLeft; };
-  // Without a seam search every row has its seam in the same column: each row is then
-  // one fade over its whole width, the zones folded into the weights.
-  RowFade row;
-  if (*min_p == *max_p && rows.lo < rows.hi && blend.RowWeights(*min_p, row.ws, row.wf)) {
-    lumivex::kernels::Active().fade_rows(first_row(rows.lo), a.pitch, second_row(rows.lo), b.pitch,
-                                         static_cast<std::int32_t>(rows.hi - rows.lo), row.ws,
-                                         row.wf, static_cast<std::int32_t>(blend.row_bytes()));
-  } else {
-    for (std::int64_t r = rows.lo; r < rows.hi; ++r) blend(first_row(r), second_row(r), path[r]);
-  }
-}
-
-// Packed 4:2:2 overlaps with luma first (0x501, 0x502): luma and chroma bytes of each row
-// across the seam, the chroma paired by the lefts' parities.
-void BlendPackedRows(ZMOSIMAGE& first, const ZMOSRECT& r1, const ZMOSIMAGE& second,
-                     const ZMOSRECT& r2, std::int32_t h, std::int32_t w_overlap,
-                     const std::int32_t* path, std::int32_t band, std::int32_t lSide) {
-  const PlaneView a = ViewOf(first, 0), b = ViewOf(second, 0);
-  const RowRange rows = CommonRows(a, r1.lTop, b, r2.lTop, h);
-  const PairOrder& order = ((r1.lLeft ^ r2.lLeft) & 1) ? kSwappedChroma : kSameOrder;
-  for (std::int64_t r = rows.lo; r < rows.hi; ++r) {
-    PackedRow row(a.Row(r1.lTop + r) + 2 * std::int64_t{r1.lLeft},
-                  b.Row(r2.lTop + r) + 2 * std::int64_t{r2.lLeft}, w_overlap,
-                  b.row_bytes - 2 * std::int64_t{r2.lLeft}, order);
-    BlendPackedRow(row, w_overlap, path[r], band, lSide);
-  }
-}
-
 }  // namespace
 }  // namespace lumivex::stitch
 
@@ -394,8 +353,9 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if (!work.ok()) return work.Abandon(ZMOS_ERR_NO_MEMORY);
   std::int32_t* path = work.path;
   // An unknown format is refused with the table built from W still installed.
-  if (!lumivex::image::IsSemiPlanar(format) && !lumivex::image::IsPlanarYuv(format) &&
-      !lumivex::image::IsPacked422(format))
+  if (!((format >= ZMOS_FORMAT_SEMIPLANAR420_801 && format <= ZMOS_FORMAT_SEMIPLANAR422_803) ||
+        (format >= ZMOS_FORMAT_I420 && format <= ZMOS_FORMAT_PLANAR444_608) ||
+        (format >= ZMOS_FORMAT_YUV422_501 && format <= ZMOS_FORMAT_YUV422_504)))
     return work.Abandon(ZMOS_ERR_UNSUPPORTED_FORMAT);
 
   if (w_overlap > g_BlendTableWidth + kSeamSearchMargin) {
@@ -408,16 +368,47 @@ int32_t ZMOSBlendImageOdd_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   const auto [min_p, max_p] = std::minmax_element(path, path + h);
   const std::int32_t band = 2 * std::min({w_overlap - 1 - *max_p, *min_p + 1, 256});
 
-  if (lumivex::image::IsSemiPlanar(format) || lumivex::image::IsPlanarYuv(format)) {
-    BlendLumaRows(*pFirst, *pFirstRect, *pSecond, *pSecondRect, h, w_overlap, path, band, lSide);
+  const PlaneView a = ViewOf(*pFirst, 0), b = ViewOf(*pSecond, 0);
+  const RowRange rows = CommonRows(a, pFirstRect->lTop, b, pSecondRect->lTop, h);
+  if ((format >= ZMOS_FORMAT_SEMIPLANAR420_801 && format <= ZMOS_FORMAT_SEMIPLANAR422_803) ||
+      (format >= ZMOS_FORMAT_I420 && format <= ZMOS_FORMAT_PLANAR444_608)) {
+    const FadeWeights fade(g_BlendTable, g_BlendTableWidth, false);
+    const SeamRows blend(w_overlap, b.row_bytes - std::int64_t{pSecondRect->lLeft}, band, lSide,
+                         &fade);
+    auto first_row = [&](std::int64_t r) {
+      return a.Row(pFirstRect->lTop + r) + pFirstRect->lLeft;
+    };
+    auto second_row = [&](std::int64_t r) {
+      return b.Row(pSecondRect->lTop + r) + pSecondRect->lLeft;
+    };
+    // Without a seam search every row has its seam in the same column: each row is then
+    // one fade over its whole width, the zones folded into the weights.
+    RowFade row;
+    if (*min_p == *max_p && rows.lo < rows.hi && blend.RowWeights(*min_p, row.ws, row.wf)) {
+      lumivex::kernels::Active().fade_rows(first_row(rows.lo), a.pitch, second_row(rows.lo),
+                                           b.pitch, static_cast<std::int32_t>(rows.hi - rows.lo),
+                                           row.ws, row.wf,
+                                           static_cast<std::int32_t>(blend.row_bytes()));
+    } else {
+      for (std::int64_t r = rows.lo; r < rows.hi; ++r) blend(first_row(r), second_row(r), path[r]);
+    }
     const std::int32_t res =
-        lumivex::image::IsSemiPlanar(format)
+        format >= ZMOS_FORMAT_SEMIPLANAR420_801
             ? InterleavedChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr)
             : PlanarChroma(*pFirst, *pSecond, pFirstRect, pSecondRect, path, lSide, hMemMgr);
     return work.Finish(res);
   }
-  if (format == ZMOS_FORMAT_YUV422_501 || format == ZMOS_FORMAT_YUV422_502)
-    BlendPackedRows(*pFirst, *pFirstRect, *pSecond, *pSecondRect, h, w_overlap, path, band, lSide);
+  if (format == ZMOS_FORMAT_YUV422_501 || format == ZMOS_FORMAT_YUV422_502) {
+    const PairOrder& order =
+        ((pFirstRect->lLeft ^ pSecondRect->lLeft) & 1) ? kSwappedChroma : kSameOrder;
+    for (std::int64_t r = rows.lo; r < rows.hi; ++r) {
+      PackedRow row(a.Row(pFirstRect->lTop + r) + 2 * std::int64_t{pFirstRect->lLeft},
+                    b.Row(pSecondRect->lTop + r) + 2 * std::int64_t{pSecondRect->lLeft}, w_overlap,
+                    b.row_bytes - 2 * std::int64_t{pSecondRect->lLeft}, order);
+      BlendPackedRow(row, w_overlap, path[r], band, lSide);
+    }
+    return work.Finish(ZMOS_OK);
+  }
   // Luminance in the odd bytes (0x503, 0x504): passed through unchanged.
   return work.Finish(ZMOS_OK);
 }

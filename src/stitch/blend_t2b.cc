@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "src/image/format.h"
 #include "src/stitch/blend_internal.h"
 
 namespace lumivex::stitch {
@@ -162,43 +161,6 @@ std::int32_t InterleavedChromaT2B(ZMOSIMAGE& first, const ZMOSIMAGE& second, con
   return ZMOS_OK;
 }
 
-// Luminance (and packed chroma), column by column across the seam: each column of the
-// overlap fades from the first image to the second around the seam's row `path[j]`.
-void BlendLumaColumns(ZMOSIMAGE& first, const ZMOSRECT& r1, const ZMOSIMAGE& second,
-                      const ZMOSRECT& r2, std::int32_t h, std::int32_t w, const std::int32_t* path,
-                      std::int32_t band, std::int32_t lSide) {
-  const bool packed = image::IsPacked422(first.dwFormat) && !image::LumaSecond(first.dwFormat);
-  const PlaneView a = ViewOf(first, 0), b = ViewOf(second, 0);
-  const RowRange rows = CommonRows(a, r1.lTop, b, r2.lTop, h);
-  const std::int64_t bpp = packed ? 2 : 1;
-  for (std::int32_t j = 0; j < w; ++j) {
-    const std::int64_t col1 = bpp * (std::int64_t{r1.lLeft} + j);
-    const std::int64_t col2 = bpp * (std::int64_t{r2.lLeft} + j);
-    // Columns the second image does not have leave the first image as it is.
-    if (col2 + bpp > b.row_bytes) break;
-    const Column luma{a.Row(r1.lTop) + col1,
-                      b.Row(r2.lTop) + col2,
-                      a.pitch,
-                      b.pitch,
-                      rows.lo,
-                      rows.hi,
-                      &b,
-                      std::int64_t{r2.lTop} * b.pitch + col2};
-    if (!packed) {
-      BlendColumnAlongSeam(luma, h, path[j], band, lSide);
-      continue;
-    }
-    // The second image's chroma byte of the same component, by the lefts' parities; one
-    // that lies past the second image's row leaves only that chroma byte alone.
-    const bool odd1 = r1.lLeft & 1, odd2 = r2.lLeft & 1;
-    const std::int64_t off = odd1 == odd2 ? 1 : odd1 ? 3 : -1;
-    const bool chroma_in = col2 + off >= 0 && col2 + off < b.row_bytes;
-    const Column chroma{luma.first + 1, luma.second + off, a.pitch, b.pitch,
-                        rows.lo,        rows.hi,           &b,      luma.second_offset + off};
-    BlendPackedColumn(luma, chroma_in ? &chroma : nullptr, h, path[j], band, lSide);
-  }
-}
-
 }  // namespace
 }  // namespace lumivex::stitch
 
@@ -246,8 +208,9 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   if (h64 >= INT32_MAX / 8) return ZMOS_ERR_NO_TEXTURE;
   const auto h = static_cast<std::int32_t>(h64);
   const std::uint32_t format = pFirst->dwFormat;
-  const bool planar = lumivex::image::IsPlanarYuv(format);
-  const bool semi = lumivex::image::IsSemiPlanar(format);
+  const bool planar = format >= ZMOS_FORMAT_I420 && format <= ZMOS_FORMAT_PLANAR444_608;
+  const bool semi =
+      format >= ZMOS_FORMAT_SEMIPLANAR420_801 && format <= ZMOS_FORMAT_SEMIPLANAR422_803;
   const bool packed = format == ZMOS_FORMAT_YUV422_501 || format == ZMOS_FORMAT_YUV422_502;
   if (const std::int32_t res = ZMOSCreateBlendTable(h, hMemMgr); res != 0) return res;
   if (g_BlendTableWidth < 2) {  // a single row: nothing to blend
@@ -276,8 +239,35 @@ int32_t ZMOSBlendImageOddT2B_AME(ZMOSIMAGE* pFirst, const ZMOSRECT* pFirstRect,
   const auto [min_p, max_p] = std::minmax_element(path, path + w);
   const std::int32_t band = 2 * std::min({*min_p + 1, 256, h - 1 - *max_p});
 
-  if (planar || semi || packed)
-    BlendLumaColumns(*pFirst, r1, *pSecond, r2, h, w, path, band, lSide);
+  const PlaneView a = ViewOf(*pFirst, 0), b = ViewOf(*pSecond, 0);
+  const RowRange rows = CommonRows(a, r1.lTop, b, r2.lTop, h);
+  const std::int64_t bpp = packed ? 2 : 1;
+  for (std::int32_t j = 0; j < w && (planar || semi || packed); ++j) {
+    const std::int64_t col1 = bpp * (std::int64_t{r1.lLeft} + j);
+    const std::int64_t col2 = bpp * (std::int64_t{r2.lLeft} + j);
+    // Columns the second image does not have leave the first image as it is.
+    if (col2 + bpp > b.row_bytes) break;
+    const Column luma{a.Row(r1.lTop) + col1,
+                      b.Row(r2.lTop) + col2,
+                      a.pitch,
+                      b.pitch,
+                      rows.lo,
+                      rows.hi,
+                      &b,
+                      std::int64_t{r2.lTop} * b.pitch + col2};
+    if (!packed) {
+      BlendColumnAlongSeam(luma, h, path[j], band, lSide);
+      continue;
+    }
+    // The second image's chroma byte of the same component, by the lefts' parities; one
+    // that lies past the second image's row leaves only that chroma byte alone.
+    const bool odd1 = r1.lLeft & 1, odd2 = r2.lLeft & 1;
+    const std::int64_t off = odd1 == odd2 ? 1 : odd1 ? 3 : -1;
+    const bool chroma_in = col2 + off >= 0 && col2 + off < b.row_bytes;
+    const Column chroma{luma.first + 1, luma.second + off, a.pitch, b.pitch,
+                        rows.lo,        rows.hi,           &b,      luma.second_offset + off};
+    BlendPackedColumn(luma, chroma_in ? &chroma : nullptr, h, path[j], band, lSide);
+  }
   std::int32_t res = ZMOS_OK;
   if (planar) {
     res = PlanarChromaT2B(*pFirst, *pSecond, r1, r2, path, lSide, hMemMgr);
