@@ -241,26 +241,36 @@ bool KeepBand(const std::int32_t m[3]) {
   return m[1] < 31 && m[1] != 30 && m[0] <= 29 && m[2] <= 29;
 }
 
+// The three bands of one kind summed into `sums[0..2]` and added up into `sums[3]`, each
+// band's texture over [from, to) into `texture`.
+std::int32_t SumBands(const ZMOSIMAGE* pImage, const ZMOSRECT* rects, bool hori,
+                      std::int32_t length, std::int32_t from, std::int32_t to, std::uint32_t** sums,
+                      std::int32_t* texture) {
+  Clear(sums[3], length);
+  for (int i = 0; i < 3; ++i) {
+    const std::int32_t res =
+        hori ? ProjectH(pImage, rects[i], sums[i]) : ProjectV(pImage, rects[i], sums[i]);
+    if (res != 0) return res;
+    Accumulate(sums[3], sums[i], length);
+    texture[i] = BandMeasure(sums[i], from, to);
+  }
+  return ZMOS_OK;
+}
+
 // The frame-to-frame tracker's first frame: every band's projection and texture, and the
 // whole-frame sums, kept as the reference.
 std::int32_t StoreFirstFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
   const std::int32_t w = t->lWidth, h = t->lHeight;
   const auto [from, to] = HoriMeasureRange(t);
   BandTextureTable& bt = BandTexture();
-  Clear(t->ppPrevHori[3], w);
-  for (int i = 0; i < 3; ++i) {
-    if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppPrevHori[i]); res != 0)
-      return res;
-    Accumulate(t->ppPrevHori[3], t->ppPrevHori[i], w);
-    bt.prev_hori[i] = BandMeasure(t->ppPrevHori[i], from, to);
-  }
-  Clear(t->ppPrevVert[3], h);
-  for (int j = 0; j < 3; ++j) {
-    if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppPrevVert[j]); res != 0)
-      return res;
-    Accumulate(t->ppPrevVert[3], t->ppPrevVert[j], h);
-    bt.prev_vert[j] = BandMeasure(t->ppPrevVert[j], 0, h);
-  }
+  if (const std::int32_t res =
+          SumBands(pImage, t->pHoriRects, true, w, from, to, t->ppPrevHori, bt.prev_hori);
+      res != 0)
+    return res;
+  if (const std::int32_t res =
+          SumBands(pImage, t->pVertRects, false, h, 0, h, t->ppPrevVert, bt.prev_vert);
+      res != 0)
+    return res;
   t->bFirstFrame = 0;
   return ZMOS_OK;
 }
@@ -270,14 +280,10 @@ std::int32_t StoreFirstFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
 std::int32_t MatchColumnsFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
   const std::int32_t w = t->lWidth;
   const auto [from, to] = HoriMeasureRange(t);
-  BandTextureTable& bt = BandTexture();
-  Clear(t->ppCurHori[3], w);
-  for (int i = 0; i < 3; ++i) {
-    if (const std::int32_t res = ProjectH(pImage, t->pHoriRects[i], t->ppCurHori[i]); res != 0)
-      return res;
-    Accumulate(t->ppCurHori[3], t->ppCurHori[i], w);
-    bt.cur_hori[i] = BandMeasure(t->ppCurHori[i], from, to);
-  }
+  if (const std::int32_t res =
+          SumBands(pImage, t->pHoriRects, true, w, from, to, t->ppCurHori, BandTexture().cur_hori);
+      res != 0)
+    return res;
   std::int32_t dx = 0;
   if (!FlatAlongSweep(0)) {
     t->lStatus = ZMOS_OK;
@@ -296,8 +302,8 @@ std::int32_t MatchRowsFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
   const std::int32_t h = t->lHeight;
   BandTextureTable& bt = BandTexture();
   std::int32_t dy = 0;
-  Clear(t->ppCurVert[3], h);
   if (t->lMode == 0) {
+    Clear(t->ppCurVert[3], h);
     if (const std::int32_t res = ProjectV(pImage, t->pVertRects[1], t->ppCurVert[1]); res != 0)
       return res;
     Accumulate(t->ppCurVert[3], t->ppCurVert[1], h);
@@ -305,12 +311,10 @@ std::int32_t MatchRowsFF(ZMOSVideoTracker* t, const ZMOSIMAGE* pImage) {
     auto match = bt.cur_vert[1] < 33 ? Gradient : Direct;
     match(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);
   } else {
-    for (int j = 0; j < 3; ++j) {
-      if (const std::int32_t res = ProjectV(pImage, t->pVertRects[j], t->ppCurVert[j]); res != 0)
-        return res;
-      Accumulate(t->ppCurVert[3], t->ppCurVert[j], h);
-      bt.cur_vert[j] = BandMeasure(t->ppCurVert[j], h / 4, (3 * h) / 4);
-    }
+    if (const std::int32_t res = SumBands(pImage, t->pVertRects, false, h, h / 4, (3 * h) / 4,
+                                          t->ppCurVert, bt.cur_vert);
+        res != 0)
+      return res;
     const std::int32_t* m = bt.cur_vert;
     if (FlatAlongSweep(1)) {
       Gradient(t, t->ppPrevVert[1], t->ppCurVert[1], h, &dy, t->lMaxOffsetY);

@@ -48,9 +48,9 @@ std::string AssetsDir(const std::string& program) {
   // from.
   fs::path exe = fs::canonical("/proc/self/exe", ec);
   if (ec) exe = fs::canonical(fs::path(program), ec);
-  for (const fs::path& p : {exe.parent_path() / "assets",
-                            exe.parent_path().parent_path() / "share/lumivex/assets",
-                            exe.parent_path().parent_path() / "share/lumivex"})
+  for (const fs::path& p :
+       {exe.parent_path() / "assets", exe.parent_path().parent_path() / "share/lumivex/assets",
+        exe.parent_path().parent_path() / "share/lumivex"})
     if (fs::exists(p / "mountain-360-5000x2500.jpg", ec)) return p.string();
   return LUMIVEX_ASSETS_DIR;
 }

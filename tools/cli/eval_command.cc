@@ -43,7 +43,8 @@ Reading ReadEval(std::span<const std::string> args, EvalOptions* out) {
   Reading r;
   Parsed p;
   if (!StartReading(kEval, args, &p, &r)) return r;
-  if (p.positional.empty()) return UsageError("eval needs at least one PHOTO (see lumivex eval --help)");
+  if (p.positional.empty())
+    return UsageError("eval needs at least one PHOTO (see lumivex eval --help)");
   out->photos = p.positional;
   if (p.Has("--sizes")) {
     out->sizes.clear();
@@ -166,8 +167,8 @@ void PrintLine(const std::string& photo, const Score& s) {
   std::fprintf(stderr, "%s %-20s %5dx%-5d %-13s %-7s %s", photo.c_str(), s.name.c_str(), s.width,
                s.height, DirectionName(s.direction), ProfileName(s.profile), OutcomeOf(s).c_str());
   if (s.camera)
-    std::fprintf(stderr, "  pairs %d+%d within 1 px %.1f %% worst %.1f px", s.pairs,
-                 s.plain_pairs, 100 * s.pairs_within1, s.pair_err_max);
+    std::fprintf(stderr, "  pairs %d+%d within 1 px %.1f %% worst %.1f px", s.pairs, s.plain_pairs,
+                 100 * s.pairs_within1, s.pair_err_max);
   std::fputc('\n', stderr);
 }
 

@@ -19,7 +19,8 @@ constexpr Option kStitchOptions[] = {
     {"-o", "PANO", "the panorama to write (.jpg, .jpeg or .png)"},
     {"--angle", "DEG", "the sweep to capture, 30 to 360 degrees (default 180, as the phone)"},
     {"--size", "WxH", "frame size of raw input"},
-    {"--format", "nv21|i420", "the layout of raw input and the one fed to the engine (default nv21)"},
+    {"--format", "nv21|i420",
+     "the layout of raw input and the one fed to the engine (default nv21)"},
     {"--debug-dir", "DIR",
      "previews after each kept frame, frames.csv and frames.json (every\n"
      "frame), panorama-seams.png (seams numbered, overlaps tinted)"},
@@ -52,8 +53,8 @@ Reading ReadStitch(std::span<const std::string> args, StitchOptions* out) {
   if (p.positional.size() > 1) {
     std::string given;
     for (const std::string& s : p.positional) given += (given.empty() ? "" : ", ") + s;
-    return UsageError("stitch takes one INPUT (given " + std::to_string(p.positional.size()) + ": " +
-                 given + ")");
+    return UsageError("stitch takes one INPUT (given " + std::to_string(p.positional.size()) +
+                      ": " + given + ")");
   }
   if (p.positional.empty() || p.Get("-o").empty())
     return UsageError("stitch needs INPUT and -o OUTPUT (see lumivex stitch --help)");
@@ -115,15 +116,16 @@ void PrintSummary(const Capture& cap, const std::string& output, int unused) {
   std::printf("frames read      %d\n", cap.frames_read() + unused);
   std::printf("frames kept      %d", cap.frames_kept());
   if (cap.frames_laid_too_fast() > 0)
-    std::printf(" (%d of them laid one strip on after a too-fast step)", cap.frames_laid_too_fast());
+    std::printf(" (%d of them laid one strip on after a too-fast step)",
+                cap.frames_laid_too_fast());
   std::printf("\n");
   if (cap.frames_coasted() > 0)
     std::printf("frames coasted   %d (too plain to measure; the recent speed was carried)\n",
                 cap.frames_coasted());
   std::printf("direction        %s\n", DirectionName(cap.direction()));
-  const std::string ended = cap.complete() ? "sweep complete (" + std::to_string(cap.max_angle()) +
-                                                 " degrees)"
-                                           : Ended(cap);
+  const std::string ended = cap.complete()
+                                ? "sweep complete (" + std::to_string(cap.max_angle()) + " degrees)"
+                                : Ended(cap);
   std::printf("ended            %s\n", ended.c_str());
   if (unused > 0)
     std::printf(
@@ -176,15 +178,15 @@ int StitchFrames(FrameSource& source, Yuv420 first, const StitchOptions& o, Outp
     std::fprintf(stderr, "lumivex: warning: %s\n", source.warning().c_str());
   const std::int32_t stitched = cap.Finish();
   if (stitched != 0 || cap.panorama().width() == 0)
-    return Fail(kEngineInit,
-                std::string("stitching failed: ") +
-                    ZMOS_ResultName(stitched != 0 ? stitched : ZMOS_ERR_NO_MEMORY,
-                                    ZMOS_RESULTS_CAPTURE));
+    return Fail(kEngineInit, std::string("stitching failed: ") +
+                                 ZMOS_ResultName(stitched != 0 ? stitched : ZMOS_ERR_NO_MEMORY,
+                                                 ZMOS_RESULTS_CAPTURE));
   std::string error;
   ZMOSIMAGE pano = const_cast<Yuv420&>(cap.panorama()).Image();
   const std::string step = "writing " + std::filesystem::path(out.target()).filename().string();
-  if (!WriteImage(out.temp_path(), ImageToRgb(pano), &error, o.quality,
-                  [&](double done) { cap.ShowStep(step, done); }, out.target()) ||
+  if (!WriteImage(
+          out.temp_path(), ImageToRgb(pano), &error, o.quality,
+          [&](double done) { cap.ShowStep(step, done); }, out.target()) ||
       !out.Commit(&error))
     return Fail(kWriteFailed, error);
   cap.ShowStep(step, 1);

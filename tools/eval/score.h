@@ -44,23 +44,23 @@ struct Score {
 
   // Camera-true sweeps (`camera` set) are scored against the simulator's truth instead.
   bool camera = false;
-  bool codec = false;             // the frames went through H.264
-  std::string light;              // day, dusk, night
-  int pairs = 0;                  // consecutive laid strips whose seam has detail
-  int plain_pairs = 0;            // ... and those on sky or a plain wall (not measurable)
-  double pairs_within1 = 0;       // share whose travel is within 1 px of the truth, both axes
-  double pairs_exact = 0;         // ... within half a pixel
-  double pair_err_max = 0;        // the worst, pixels
+  bool codec = false;        // the frames went through H.264
+  std::string light;         // day, dusk, night
+  int pairs = 0;             // consecutive laid strips whose seam has detail
+  int plain_pairs = 0;       // ... and those on sky or a plain wall (not measurable)
+  double pairs_within1 = 0;  // share whose travel is within 1 px of the truth, both axes
+  double pairs_exact = 0;    // ... within half a pixel
+  double pair_err_max = 0;   // the worst, pixels
   // The same against the best whole-pixel translation of the frames' central halves (as a
   // real clip is judged, without a simulator's truth).
   double image_within1 = 0, image_exact = 0, image_err_max = 0;
   double seam_mis_mean = 0, seam_mis_max = 0;  // seams measured against the truth, pixels
   int seams_measured = 0;
-  double mean_luma = 0;           // of the panorama
-  double clipped = 0;             // share of the panorama's pixels at white (>= 250)
-  double exposure_step = 0;       // the largest brightness step at a seam beyond the truth's, %
-  double ev_range = 0;            // how far the camera's exposure moved over the sweep, EV
-  std::string verdict;            // "good", or what makes a complete capture bad
+  double mean_luma = 0;      // of the panorama
+  double clipped = 0;        // share of the panorama's pixels at white (>= 250)
+  double exposure_step = 0;  // the largest brightness step at a seam beyond the truth's, %
+  double ev_range = 0;       // how far the camera's exposure moved over the sweep, EV
+  std::string verdict;       // "good", or what makes a complete capture bad
   std::vector<PairRecord> pair_records;  // the measured pairs
 };
 
